@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/task_runner.h"
+
+namespace msp {
+
+/// The machine as one object: what collectors and jobs may ask of it. Tests put a made-up machine here.
+/// Safe on any thread.
+class Host {
+ public:
+  virtual ~Host() = default;
+
+  /// A fresh runner, with nothing cached.
+  [[nodiscard]] virtual std::unique_ptr<TaskRunner> makeTaskRunner() const = 0;
+
+  /// The user-visible computer name; nothing when there is none.
+  [[nodiscard]] virtual std::optional<std::string> computerName() const = 0;
+
+  /// Seconds since boot, with fractions.
+  [[nodiscard]] virtual double uptime() const = 0;
+
+  /// The whole content of a file; nothing when it cannot be read.
+  [[nodiscard]] virtual std::optional<std::string> fileContent(const std::string& path) const = 0;
+};
+
+/// The machine this process runs on. Lives as long as the process.
+const Host& systemHost();
+
+}  // namespace msp

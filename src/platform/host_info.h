@@ -1,0 +1,18 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+/// What the operating system says of this machine and this process. Safe on any thread.
+namespace msp {
+
+/// The user-visible computer name in any script; nothing when there is none.
+std::optional<std::string> computerName();
+
+/// Seconds since boot, with fractions.
+double systemUptime();
+
+/// The directory of the running executable, symbolic links resolved; "" when the system does not say.
+std::string executableDirectory();
+
+}  // namespace msp

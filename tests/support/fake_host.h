@@ -1,0 +1,52 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/host.h"
+#include "support/fake_task_runner.h"
+
+namespace msp::test {
+
+/// A made-up machine. All its runners share the one FakeTaskRunner, so that a test can prepare and inspect it.
+/// Set it up before other threads use it.
+class FakeHost : public Host {
+ public:
+  FakeTaskRunner& runner() const { return *runner_; }
+  std::optional<std::string> name = "Ana's Mac";
+  double uptimeSeconds = 3600.5;
+  std::map<std::string, std::string> files;
+
+  [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
+    return std::make_unique<Shared>(*runner_);
+  }
+  [[nodiscard]] std::optional<std::string> computerName() const override { return name; }
+  [[nodiscard]] double uptime() const override { return uptimeSeconds; }
+  [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override {
+    const auto found = files.find(path);
+    return found == files.end() ? std::nullopt : std::optional(found->second);
+  }
+
+ private:
+  class Shared : public TaskRunner {
+   public:
+    explicit Shared(FakeTaskRunner& runner) : runner_(runner) {}
+    std::string runCommand(const std::string& command, const std::vector<std::string>& arguments) override {
+      return runner_.runCommand(command, arguments);
+    }
+    std::string runCommandStreaming(const std::string& command,
+                                    const std::vector<std::string>& arguments) override {
+      return runner_.runCommandStreaming(command, arguments);
+    }
+
+   private:
+    FakeTaskRunner& runner_;
+  };
+
+  std::unique_ptr<FakeTaskRunner> runner_ = std::make_unique<FakeTaskRunner>();
+};
+
+}  // namespace msp::test
