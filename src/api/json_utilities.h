@@ -23,8 +23,12 @@ class JSONUtilities {
   static std::optional<Json> parseDictionary(std::string_view data);
 };
 
-/// Compact JSON text; nothing, with `error` filled, when a text in it is not well-formed UTF-8.
-std::optional<std::string> compactText(const Json& value, std::string& error);
+/// The array or object in `data`; nothing, with `problem` filled, when it does not parse, holds anything else
+/// or is nested deeper than 512 levels. Prints nothing.
+std::optional<Json> parseJson(std::string_view data, std::string& problem);
+
+/// Compact JSON text; nothing, with `problem` filled, when a text in it is not well-formed UTF-8.
+std::optional<std::string> compactText(const Json& value, std::string& problem);
 
 /// Pretty-printed JSON text; "" when a text in it is not well-formed UTF-8.
 std::string prettyText(const Json& value);
