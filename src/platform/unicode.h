@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
-/// Unicode categories, from the platform's own tables. Pure functions, safe on any thread.
+/// Characters and their categories, the latter from the platform's own tables. Pure functions, safe on any
+/// thread.
 namespace msp {
 
 /// Letters, marks and digits of any script: categories L*, M* and N*.
@@ -25,7 +27,9 @@ struct DecodedCharacter {
   bool wellFormed = false;
 };
 
-/// The first character of `text`, which must not be empty.
+/// The first character of `text`, which must not be empty. Strict: overlong forms, surrogates and values
+/// beyond U+10FFFF are malformed. A malformed sequence ends where it can no longer become a character, so
+/// that the next one is read from its own first byte.
 DecodedCharacter firstCharacter(std::string_view text);
 
 }  // namespace msp
