@@ -1,7 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
