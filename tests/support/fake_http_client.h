@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/http_client.h"
-#include "platform/mutex.h"
 
 namespace msp::test {
 
@@ -13,21 +15,28 @@ namespace msp::test {
 class FakeHttpClient : public HttpClient {
  public:
   void send(HttpRequest request, Completion completion) override {
-    const MutexLock lock(mutex_);
+    const std::scoped_lock lock(mutex_);
     requests_.push_back(std::move(request));
     completions_.push_back(std::move(completion));
+    arrived_.notify_all();
   }
 
   [[nodiscard]] std::vector<HttpRequest> requests() const {
-    const MutexLock lock(mutex_);
+    const std::scoped_lock lock(mutex_);
     return requests_;
+  }
+
+  /// Waits until this many requests were sent in all; false when that takes longer than a minute.
+  [[nodiscard]] bool waitForRequests(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    return arrived_.wait_for(lock, std::chrono::minutes(1), [&] { return requests_.size() >= count; });
   }
 
   /// Ends the request of this number (from 0) on the calling thread; each once.
   void complete(std::size_t number, HttpResult result) {
     Completion completion;
     {
-      const MutexLock lock(mutex_);
+      const std::scoped_lock lock(mutex_);
       completion = std::exchange(completions_.at(number), nullptr);
     }
     completion(std::move(result));
@@ -38,9 +47,10 @@ class FakeHttpClient : public HttpClient {
   void fail(std::size_t number, std::string error) { complete(number, {std::nullopt, std::move(error)}); }
 
  private:
-  mutable Mutex mutex_;
-  std::vector<HttpRequest> requests_ MSP_GUARDED_BY(mutex_);
-  std::vector<Completion> completions_ MSP_GUARDED_BY(mutex_);
+  mutable std::mutex mutex_;
+  mutable std::condition_variable arrived_;
+  std::vector<HttpRequest> requests_;
+  std::vector<Completion> completions_;
 };
 
 }  // namespace msp::test

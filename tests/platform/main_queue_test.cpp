@@ -1,0 +1,71 @@
+#include "platform/main_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace msp {
+namespace {
+
+// The queue runs forever; work that throws is how a test gets out.
+struct Enough {};
+
+std::vector<std::string> runUntilEnough(MainQueue& queue, std::vector<std::string>& order) {
+  EXPECT_THROW(queue.run(), Enough);
+  return order;
+}
+
+TEST(MainQueue, runsWorkByItsDelayAndNotByTheOrderOfItsArrival) {
+  const auto queue = makeMainQueue();
+  std::vector<std::string> order;
+  queue->runAfter(0.03, [&] {
+    order.emplace_back("last");
+    throw Enough();
+  });
+  queue->runAfter(0.02, [&] { order.emplace_back("second"); });
+  queue->runAfter(0.01, [&] { order.emplace_back("first"); });
+  EXPECT_EQ(runUntilEnough(*queue, order), (std::vector<std::string>{"first", "second", "last"}));
+}
+
+TEST(MainQueue, worksOnDelaysOfZeroAndLessAtOnce) {
+  for (const double delay : {0.0, -1.0, -1e308, -std::numeric_limits<double>::infinity()}) {
+    const auto queue = makeMainQueue();
+    std::vector<std::string> order;
+    queue->runAfter(3600, [&] { order.emplace_back("much later"); });
+    queue->runAfter(delay, [&] {
+      order.emplace_back("at once");
+      throw Enough();
+    });
+    EXPECT_EQ(runUntilEnough(*queue, order), std::vector<std::string>{"at once"}) << delay;
+  }
+}
+
+TEST(MainQueue, keepsWorkWaitingWhoseDelayIsTooLongForTheClock) {
+  for (const double delay : {1e10, 1e300, 1e308, std::numeric_limits<double>::max()}) {
+    const auto queue = makeMainQueue();
+    std::vector<std::string> order;
+    queue->runAfter(delay, [&] { order.emplace_back("too early"); });
+    queue->runAfter(0.01, [&] {
+      order.emplace_back("in time");
+      throw Enough();
+    });
+    EXPECT_EQ(runUntilEnough(*queue, order), std::vector<std::string>{"in time"}) << delay;
+  }
+}
+
+TEST(MainQueue, goesOnWithWorkThatArmsItselfAgain) {
+  const auto queue = makeMainQueue();
+  int runs = 0;
+  std::function<void()> tick = [&] {
+    if (++runs == 1000) throw Enough();
+    queue->runAfter(0, tick);
+  };
+  queue->runAfter(0, tick);
+  EXPECT_THROW(queue->run(), Enough);
+  EXPECT_EQ(runs, 1000);
+}
+
+}  // namespace
+}  // namespace msp
