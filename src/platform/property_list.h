@@ -9,13 +9,14 @@
 
 namespace msp {
 
-/// A date of a property list, in seconds since 1970, UTC.
+/// A date of a property list, in seconds since 1970, UTC; always finite, at any distance.
 struct PropertyListDate {
   double secondsSince1970 = 0;
   bool operator==(const PropertyListDate&) const = default;
 };
 
-/// One dictionary of a property list: its texts and dates. Values of other types are left out.
+/// One dictionary of a property list: its texts and dates. Values of other types are left out, and so
+/// are dates that the system's reader cannot express. Text is well-formed UTF-8.
 using PropertyListDictionary = std::map<std::string, std::variant<std::string, PropertyListDate>>;
 
 /// Reads a property list, XML or binary, whose top level is an array of dictionaries. Nothing when it does

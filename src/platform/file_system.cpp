@@ -1,0 +1,172 @@
+#include "platform/file_system.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+#include <utility>
+
+namespace msp {
+namespace {
+
+/// An open file, closed with its owner.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&&) = delete;
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) close(number_);
+  }
+
+  [[nodiscard]] int number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+FileError errorOf(int number) { return {std::generic_category().message(number)}; }
+FileError lastError() { return errorOf(errno); }
+
+/// A NUL would cut the path short and so name another file: nothing exists at such a path.
+bool isPath(const std::string& path) { return path.find('\0') == std::string::npos; }
+
+/// Calls again for as long as signals interrupt the call.
+template <typename Call>
+auto uninterrupted(Call call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+/// Opens what exists there, if it is a regular file; never waits for the other end of a pipe.
+std::variant<Descriptor, FileError> openRegularFile(const std::string& path, int flags) {
+  if (!isPath(path)) return errorOf(ENOENT);
+  Descriptor file(
+      uninterrupted([&] { return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  if (file.number() < 0) return lastError();
+  struct stat status {};
+  if (fstat(file.number(), &status) != 0) return lastError();
+  if (S_ISDIR(status.st_mode)) return errorOf(EISDIR);
+  if (!S_ISREG(status.st_mode)) return FileError{"Not a regular file"};
+  return file;
+}
+
+std::optional<FileError> writeAll(const Descriptor& file, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t written =
+        uninterrupted([&] { return write(file.number(), content.data(), content.size()); });
+    if (written < 0) return lastError();
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return std::nullopt;
+}
+
+std::optional<FileError> flush(const Descriptor& file) {
+  if (uninterrupted([&] { return fsync(file.number()); }) != 0) return lastError();
+  return std::nullopt;
+}
+
+struct TemporaryFile {
+  Descriptor file;
+  std::string path;
+};
+
+/// A new empty file beside the other, for its owner only.
+std::variant<TemporaryFile, FileError> createBeside(const std::string& path) {
+  if (!isPath(path)) return errorOf(ENOENT);
+  std::string temporaryPath = path + ".XXXXXX";
+  Descriptor file(mkostemp(temporaryPath.data(), O_CLOEXEC));
+  if (file.number() < 0) return lastError();
+  return TemporaryFile{std::move(file), std::move(temporaryPath)};
+}
+
+std::optional<FileError> fillAndRename(const TemporaryFile& temporary, std::string_view content,
+                                       const std::string& path) {
+  // The umask may have taken away what the owner needs.
+  if (fchmod(temporary.file.number(), S_IRUSR | S_IWUSR) != 0) return lastError();
+  if (auto error = writeAll(temporary.file, content)) return error;
+  if (auto error = flush(temporary.file)) return error;
+  if (std::rename(temporary.path.c_str(), path.c_str()) != 0) return lastError();
+  return std::nullopt;
+}
+
+std::optional<FileError> replaceBy(const TemporaryFile& temporary, std::string_view content,
+                                   const std::string& path) {
+  auto error = fillAndRename(temporary, content, path);
+  if (error) unlink(temporary.path.c_str());
+  return error;
+}
+
+std::optional<FileError> overwrite(const Descriptor& file, std::string_view content) {
+  // Cut last, so that a disk too full for the first byte leaves the old content.
+  if (auto error = writeAll(file, content)) return error;
+  const auto size = static_cast<off_t>(content.size());
+  if (uninterrupted([&] { return ftruncate(file.number(), size); }) != 0) return lastError();
+  return flush(file);
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat status {};
+  return isPath(path) && stat(path.c_str(), &status) == 0;
+}
+
+std::variant<std::string, FileError> readFile(const std::string& path) {
+  const auto opened = openRegularFile(path, O_RDONLY);
+  if (const auto* error = std::get_if<FileError>(&opened)) return *error;
+  const int file = std::get<Descriptor>(opened).number();
+
+  constexpr std::size_t kFirstRead = 16384;
+  std::string content;
+  std::size_t used = 0;
+  while (true) {
+    if (used == content.size()) content.resize(std::max(kFirstRead, 2 * used));
+    const ssize_t count =
+        uninterrupted([&] { return read(file, content.data() + used, content.size() - used); });
+    if (count < 0) return lastError();
+    if (count == 0) break;
+    used += static_cast<std::size_t>(count);
+  }
+  content.resize(used);
+  return content;
+}
+
+std::optional<std::int64_t> fileSize(const std::string& path) {
+  struct stat status {};
+  if (!isPath(path) || stat(path.c_str(), &status) != 0) return std::nullopt;
+  return status.st_size;
+}
+
+std::optional<FileError> replaceFile(const std::string& path, std::string_view content) {
+  const auto created = createBeside(path);
+  if (const auto* error = std::get_if<FileError>(&created)) return *error;
+  return replaceBy(std::get<TemporaryFile>(created), content, path);
+}
+
+std::optional<FileError> replaceFileOrOverwrite(const std::string& path, std::string_view content) {
+  const auto created = createBeside(path);
+  if (const auto* temporary = std::get_if<TemporaryFile>(&created)) {
+    return replaceBy(*temporary, content, path);
+  }
+  const auto existing = openRegularFile(path, O_WRONLY);
+  if (const auto* file = std::get_if<Descriptor>(&existing)) return overwrite(*file, content);
+  return std::get<FileError>(created);
+}
+
+std::optional<FileError> appendToFile(const std::string& path, std::string_view content) {
+  const auto opened = openRegularFile(path, O_WRONLY | O_APPEND);
+  if (const auto* error = std::get_if<FileError>(&opened)) return *error;
+  return writeAll(std::get<Descriptor>(opened), content);
+}
+
+}  // namespace msp

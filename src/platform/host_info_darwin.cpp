@@ -1,0 +1,34 @@
+#include <SystemConfiguration/SystemConfiguration.h>
+#include <mach-o/dyld.h>
+
+#include <cstdint>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+
+#include "platform/core_foundation.h"
+#include "platform/host_info.h"
+
+namespace msp {
+
+std::optional<std::string> computerName() {
+  const CFOwned<CFStringRef> name(SCDynamicStoreCopyComputerName(nullptr, nullptr));
+  if (name == nullptr || CFStringGetLength(name.get()) == 0) return std::nullopt;
+  return textOf(name.get());
+}
+
+double systemUptime() {
+  constexpr double kNanosecond = 1e-9;
+  return static_cast<double>(clock_gettime_nsec_np(CLOCK_UPTIME_RAW)) * kNanosecond;
+}
+
+std::string executableDirectory() {
+  std::uint32_t size = 0;
+  _NSGetExecutablePath(nullptr, &size);
+  std::string path(size, '\0');
+  if (_NSGetExecutablePath(path.data(), &size) != 0) return "";
+  std::error_code error;
+  return std::filesystem::canonical(path.c_str(), error).parent_path().string();
+}
+
+}  // namespace msp
