@@ -109,7 +109,8 @@ TEST(ParseJson, survivesRandomBytes) {
     for (auto length = random() % 40; length > 0; --length) text += alphabet[random() % alphabet.size()];
     std::string problem;
     const auto value = parseJson(text, problem);
-    if (value) EXPECT_FALSE(prettyText(*value).empty()) << text;
+    EXPECT_EQ(value.has_value(), problem.empty()) << text;
+    EXPECT_EQ(value && prettyText(*value).empty(), false) << text;
   }
 }
 
