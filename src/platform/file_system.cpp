@@ -12,26 +12,10 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/descriptors.h"
+
 namespace msp {
 namespace {
-
-/// An open file, closed with its owner.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&&) = delete;
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-
-  [[nodiscard]] int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 FileError errorOf(int number) { return {std::generic_category().message(number)}; }
 FileError lastError() { return errorOf(errno); }
@@ -52,7 +36,7 @@ std::variant<Descriptor, FileError> openRegularFile(const std::string& path, int
   if (!isPath(path)) return errorOf(ENOENT);
   Descriptor file(
       uninterrupted([&] { return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-  if (file.number() < 0) return lastError();
+  if (!file) return lastError();
   struct stat status {};
   if (fstat(file.number(), &status) != 0) return lastError();
   if (S_ISDIR(status.st_mode)) return errorOf(EISDIR);
@@ -85,7 +69,7 @@ std::variant<TemporaryFile, FileError> createBeside(const std::string& path) {
   if (!isPath(path)) return errorOf(ENOENT);
   std::string temporaryPath = path + ".XXXXXX";
   Descriptor file(mkostemp(temporaryPath.data(), O_CLOEXEC));
-  if (file.number() < 0) return lastError();
+  if (!file) return lastError();
   return TemporaryFile{std::move(file), std::move(temporaryPath)};
 }
 
