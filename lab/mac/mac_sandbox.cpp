@@ -4,15 +4,16 @@
 // process is this one, so its exit status is the program's; 77 when the system does not allow a sandbox and
 // 125 when something else is wrong, both with one line on standard error.
 
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "mac/sandbox.h"
 
@@ -25,9 +26,10 @@ int run(const char* lab, char** program) {
     std::fprintf(stderr, "mac-sandbox: %s\n", whyNot.c_str());
     return msp::lab::kSandboxNotAllowed;
   }
-  setenv("HOME", home.c_str(), 1);
+  setenv("HOME", home.c_str(), 1);  // NOLINT(concurrency-mt-unsafe): there is one thread
   execv(program[0], program);
-  std::fprintf(stderr, "mac-sandbox: cannot run %s: %s\n", program[0], std::strerror(errno));
+  const auto reason = std::generic_category().message(errno);
+  std::fprintf(stderr, "mac-sandbox: cannot run %s: %s\n", program[0], reason.c_str());
   return msp::lab::kSandboxFailed;
 }
 

@@ -5,11 +5,11 @@
 // A check-in launches it a hundred times, so it allocates nothing and is linked for a quick start.
 
 #include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstring>
 #include <optional>
@@ -41,7 +41,7 @@ class FixedText {
     }
   }
   [[nodiscard]] bool fits() const { return fits_; }
-  [[nodiscard]] const char* c_str() const { return characters_; }
+  [[nodiscard]] const char* terminated() const { return characters_; }
   [[nodiscard]] std::string_view view() const { return {characters_, size_}; }
 
  private:
@@ -100,7 +100,7 @@ int openFile(std::string_view lab, std::string_view folder, std::string_view nam
   if (!path.fits()) return -1;
   int descriptor = -1;
   do {
-    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    descriptor = open(path.terminated(), O_RDONLY | O_CLOEXEC);
   } while (descriptor < 0 && errno == EINTR);
   return descriptor;
 }
@@ -148,9 +148,9 @@ int which(std::string_view lab, int count, char** names) {
     Path path;
     path.append(lab).append("/bin/").append(name);
     struct stat facts {};
-    if (name.find('/') == std::string_view::npos && path.fits() && stat(path.c_str(), &facts) == 0 &&
-        S_ISREG(facts.st_mode) && access(path.c_str(), X_OK) == 0) {
-      writeAll(STDOUT_FILENO, path.c_str(), path.view().size());
+    if (name.find('/') == std::string_view::npos && path.fits() && stat(path.terminated(), &facts) == 0 &&
+        S_ISREG(facts.st_mode) && access(path.terminated(), X_OK) == 0) {
+      writeAll(STDOUT_FILENO, path.terminated(), path.view().size());
       writeAll(STDOUT_FILENO, "\n", 1);
     } else {
       status = 1;

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -89,11 +90,7 @@ void bringOver(const fs::directory_entry& entry, const fs::path& root) {
 }
 
 bool isReplaced(const fs::path& name) {
-  if (name == "opt") return true;
-  for (const auto folder : kMacFolders) {
-    if (name == folder) return true;
-  }
-  return false;
+  return name == "opt" || std::ranges::find(kMacFolders, name.native()) != kMacFolders.end();
 }
 
 /// Lets the lab's file stand in for a system file, if the lab has one.

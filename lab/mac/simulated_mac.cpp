@@ -41,6 +41,8 @@ class Descriptor {
   ~Descriptor() { close(number_); }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&&) = delete;
+  Descriptor& operator=(Descriptor&&) = delete;
 
   void writeAll(std::string_view content, const fs::path& file) const {
     while (!content.empty()) {
@@ -143,8 +145,8 @@ void SimulatedMac::buildFolders() const {
   fs::create_symlink(tool("airport"), folder_ / kWirelessTool);
 }
 
-fs::path SimulatedMac::installAgent(const fs::path& executable, std::string_view defaultAPI) {
-  const auto installed = agentDirectory() / "msp-agent";
+fs::path SimulatedMac::installAgent(const fs::path& executable, std::string_view defaultAPI) const {
+  auto installed = agentDirectory() / "msp-agent";
   std::error_code otherFileSystem;
   fs::create_hard_link(executable, installed, otherFileSystem);
   if (otherFileSystem) fs::copy_file(executable, installed);

@@ -38,6 +38,8 @@ class SimulatedMac {
   ~SimulatedMac();
   SimulatedMac(const SimulatedMac&) = delete;
   SimulatedMac& operator=(const SimulatedMac&) = delete;
+  SimulatedMac(SimulatedMac&&) = delete;
+  SimulatedMac& operator=(SimulatedMac&&) = delete;
 
   /// Absolute, free of symbolic links.
   [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
@@ -49,7 +51,8 @@ class SimulatedMac {
 
   /// Puts an executable into the agent's directory (a hard link, or a copy) and, beside it, default_api.txt
   /// with the address. Gives the executable's new path.
-  std::filesystem::path installAgent(const std::filesystem::path& executable, std::string_view defaultAPI);
+  std::filesystem::path installAgent(const std::filesystem::path& executable,
+                                     std::string_view defaultAPI) const;
 
   /// Makes a command line (`diskutil info disk0`, as it would be typed) print something else from the next
   /// launch on. An answer that is replaced while its tool runs may be mixed from both.
