@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace msp::lab {
 namespace {
@@ -12,6 +13,12 @@ constexpr const char* kAddress = "127.0.0.1";
 // An agent that checks in every 30 seconds or less often keeps its connection.
 constexpr int kKeepAliveSeconds = 3600;
 constexpr std::size_t kKeepAliveRequests = 1'000'000;
+
+/// The HTTP library files the connection's addresses among the headers.
+bool isAddedByLibrary(const std::string& header) {
+  return header == "REMOTE_ADDR" || header == "REMOTE_PORT" || header == "LOCAL_ADDR" ||
+         header == "LOCAL_PORT";
+}
 
 void send(const ServerAnswer& answer, httplib::Response& response) {
   response.status = answer.status;
@@ -56,23 +63,22 @@ bool LabServer::start(int port) {
   http_->Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
     serveAgent(request, response);
   });
-  {
-    const MutexLock lock(mutex_);
-    running_ = true;
-  }
-  if (listener_.start(*http_, kAddress, port)) return true;
-  stop();
+  setRunning(true);
+  if (listener_.start(*http_, kAddress, port, [this] { setRunning(false); })) return true;
+  setRunning(false);
+  http_.reset();
   return false;
 }
 
 void LabServer::stop() {
-  {
-    const MutexLock lock(mutex_);
-    running_ = false;
-    changed_.notify_all();
-  }
   listener_.stop();
   http_.reset();
+}
+
+void LabServer::setRunning(bool running) {
+  const MutexLock lock(mutex_);
+  running_ = running;
+  changed_.notify_all();
 }
 
 std::string LabServer::url() const {
@@ -216,7 +222,8 @@ LabServer::ReceivedPointer LabServer::keep(const httplib::Request& request) {
   received->arrival = Clock::now();
   received->peerPort = request.remote_port;
   received->path = request.path;
-  received->headers.assign(request.headers.begin(), request.headers.end());
+  std::copy_if(request.headers.begin(), request.headers.end(), std::back_inserter(received->headers),
+               [](const auto& header) { return !isAddedByLibrary(header.first); });
   received->body = request.body;
   received->message = parseMessage(request.body);
 
@@ -236,6 +243,7 @@ ServerAnswer LabServer::makeAnswer(const Received& received) {
   {
     const MutexLock lock(mutex_);
     while (running_ && held_.count(received.message.task) > 0) changed_.wait(mutex_);
+    if (!running_) return {503};  // nobody hears it, so no job is handed out
     const auto found = answerers_.find(received.message.task);
     if (found != answerers_.end()) answerer = found->second;
   }
@@ -243,8 +251,8 @@ ServerAnswer LabServer::makeAnswer(const Received& received) {
 }
 
 void LabServer::serveJobOrder(const httplib::Request& request, httplib::Response& response) {
-  const Json order = Json::parse(request.body, nullptr, false);
-  const bool usable = order.is_object() && order.contains("type") && order["type"].is_string();
+  const Json order = parseObject(request.body);
+  const bool usable = order.contains("type") && order["type"].is_string();
   if (!usable) {
     send({400, compact({{"error", "a job is a JSON object with a text \"type\""}})}, response);
     return;

@@ -71,7 +71,7 @@ class LabServer {
   /// be started again and remembers what it knew.
   [[nodiscard]] bool start(int port = 0);
 
-  /// Closes all connections; held answers are let go.
+  /// Cuts all connections; held answers are never sent.
   void stop();
 
   [[nodiscard]] int port() const { return listener_.port(); }
@@ -122,6 +122,7 @@ class LabServer {
   ReceivedPointer keep(const httplib::Request& request);
   ServerAnswer makeAnswer(const Received& received);
   void enqueue(Json job);
+  void setRunning(bool running);
   [[nodiscard]] std::size_t checkInCount() const MSP_REQUIRES(mutex_);
 
   const Observer observer_;

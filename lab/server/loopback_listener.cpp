@@ -54,8 +54,8 @@ void shutDownAccepted(const std::string& address, int port) {
 /// One thread per connection. Used by the accepting thread alone.
 class ConnectionThreads : public httplib::TaskQueue {
  public:
-  ConnectionThreads(std::atomic<std::size_t>& accepted, std::function<void()> endConnections)
-      : accepted_(accepted), endConnections_(std::move(endConnections)) {}
+  ConnectionThreads(std::atomic<std::size_t>& accepted, std::function<void()> cutConnections)
+      : accepted_(accepted), cutConnections_(std::move(cutConnections)) {}
 
   // Newer versions of the library want to hear whether the connection was taken.
   using Enqueued = decltype(std::declval<httplib::TaskQueue&>().enqueue(nullptr));
@@ -72,7 +72,7 @@ class ConnectionThreads : public httplib::TaskQueue {
   }
 
   void shutdown() override {
-    endConnections_();
+    cutConnections_();
     connections_.clear();
   }
 
@@ -87,13 +87,14 @@ class ConnectionThreads : public httplib::TaskQueue {
   };
 
   std::atomic<std::size_t>& accepted_;
-  std::function<void()> endConnections_;
+  std::function<void()> cutConnections_;
   std::list<Connection> connections_;
 };
 
 }  // namespace
 
-bool LoopbackListener::start(httplib::Server& server, const std::string& address, int port) {
+bool LoopbackListener::start(httplib::Server& server, const std::string& address, int port,
+                             const std::function<void()>& whenCut) {
   if (thread_.joinable()) return false;
   const auto listening = std::make_shared<int>(-1);
   // The library's own options let two servers share one port.
@@ -113,9 +114,11 @@ bool LoopbackListener::start(httplib::Server& server, const std::string& address
   ::listen(*listening, kBacklog);
 
   const auto accepting = std::make_shared<std::promise<void>>();
-  server.new_task_queue = [this, address, port, accepting]() -> httplib::TaskQueue* {
-    auto threads =
-        std::make_unique<ConnectionThreads>(accepted_, [address, port] { shutDownAccepted(address, port); });
+  server.new_task_queue = [this, address, port, accepting, whenCut]() -> httplib::TaskQueue* {
+    auto threads = std::make_unique<ConnectionThreads>(accepted_, [address, port, whenCut] {
+      shutDownAccepted(address, port);
+      whenCut();
+    });
     accepting->set_value();
     return threads.release();
   };

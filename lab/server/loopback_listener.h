@@ -2,7 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
-#include <memory>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -25,9 +25,13 @@ class LoopbackListener {
 
   /// Listens; connections are accepted from here on. `port` 0 is any free one. False when the address or
   /// port cannot be had, for instance since another program listens there. `server` must outlive stop().
-  [[nodiscard]] bool start(httplib::Server& server, const std::string& address, int port);
+  ///
+  /// `whenCut` is called by stop() once no connection works any more: it should end the handlers that wait.
+  [[nodiscard]] bool start(
+      httplib::Server& server, const std::string& address, int port,
+      const std::function<void()>& whenCut = [] {});
 
-  /// Closes every connection, idle ones too, and waits for the handlers that are under way.
+  /// Cuts every connection, idle ones too, and waits for the handlers that are under way.
   void stop();
 
   /// The port listened on; after stop() the last one, 0 before the first start.

@@ -7,9 +7,26 @@
 namespace msp::lab {
 namespace {
 
-Json parseObject(std::string_view text) {
-  Json value = Json::parse(text, nullptr, false);
-  return value.is_object() ? value : Json(nullptr);
+// Copying and printing a JSON value goes as deep as the value.
+constexpr int kGreatestDepth = 512;
+
+/// Whether lists and objects lie too deep in one another. Only sound for well-formed JSON.
+bool isTooDeep(std::string_view text) {
+  int depth = 0;
+  bool isInText = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char character = text[at];
+    if (isInText && character == '\\') {
+      ++at;
+    } else if (character == '"') {
+      isInText = !isInText;
+    } else if (!isInText && (character == '[' || character == '{')) {
+      if (++depth > kGreatestDepth) return true;
+    } else if (!isInText && (character == ']' || character == '}')) {
+      --depth;
+    }
+  }
+  return false;
 }
 
 bool isText(const Json& object, const char* key) {
@@ -39,6 +56,13 @@ std::string taskProblem(const Message& message) {
 ServerAnswer jsonAnswer(const Json& value) { return {200, compact(value)}; }
 
 }  // namespace
+
+Json parseObject(std::string_view text) {
+  if (isTooDeep(text)) return nullptr;
+  Json value = Json::parse(text, nullptr, false);
+  if (!value.is_object()) value = nullptr;
+  return value;
+}
 
 Message parseMessage(std::string_view body) {
   Message message;

@@ -16,6 +16,9 @@ namespace msp::lab {
 /// A JSON value; objects keep the order of their keys.
 using Json = nlohmann::ordered_json;
 
+/// The object in a JSON text; null when it does not parse, is no object or is nested deeper than 512 levels.
+Json parseObject(std::string_view text);
+
 /// An agent's request, taken apart.
 struct Message {
   std::string task;     // "" when it has none
@@ -33,7 +36,7 @@ std::vector<Json> jobResults(const Message& message);
 /// What goes back over HTTP.
 struct ServerAnswer {
   int status = 200;
-  std::string body;
+  std::string body = {};
   std::string contentType = "application/json";
   std::vector<std::pair<std::string, std::string>> headers = {};  // besides the usual ones
   bool cutOff = false;  // the connection ends before the last byte of the body
