@@ -16,12 +16,16 @@ namespace {
 struct FreeNode {
   void operator()(void* node) const { plist_free(node); }
 };
+struct FreeXml {
+  void operator()(char* xml) const { plist_to_xml_free(xml); }
+};
 struct FreeMemory {
   void operator()(void* memory) const { std::free(memory); }
 };
 using Node = std::unique_ptr<void, FreeNode>;
 using Memory = std::unique_ptr<void, FreeMemory>;
 using Text = std::unique_ptr<char, FreeMemory>;
+using Xml = std::unique_ptr<char, FreeXml>;
 
 constexpr int kDeepestNesting = 512;
 
@@ -51,7 +55,7 @@ Node parse(std::string_view bytes) {
   plist_t node = nullptr;
   if (plist_is_binary(bytes.data(), size) != 0) {
     plist_from_bin(bytes.data(), size, &node);
-  } else if (!nestsTooDeep(bytes)) {
+  } else if (bytes.find('\0') == std::string_view::npos && !nestsTooDeep(bytes)) {
     plist_from_xml(bytes.data(), size, &node);
   }
   return Node(node);
@@ -77,19 +81,35 @@ std::optional<PropertyListDate> dateOf(plist_t node) {
   return PropertyListDate{secondsSince1970};
 }
 
+/// The name of a dictionary's value; nothing when it is no text. libplist ends the process when asked for a
+/// name that holds a NUL, which only its printed form tells.
+std::optional<std::string> keyOf(plist_t value) {
+  const plist_t key = plist_dict_item_get_key(value);
+  char* allocatedXml = nullptr;
+  std::uint32_t xmlSize = 0;
+  plist_to_xml(key, &allocatedXml, &xmlSize);
+  const Xml xml(allocatedXml);
+  if (xml == nullptr || std::string_view(xml.get(), xmlSize).find('\0') != std::string_view::npos) {
+    return std::nullopt;
+  }
+  char* allocated = nullptr;
+  plist_get_key_val(key, &allocated);
+  const Text bytes(allocated);
+  if (bytes == nullptr) return std::nullopt;
+  return decodeText(bytes.get());
+}
+
 std::optional<PropertyListDictionary> dictionaryOf(plist_t node) {
   PropertyListDictionary dictionary;
   plist_dict_iter allocated = nullptr;
   plist_dict_new_iter(node, &allocated);
   const Memory iterator(allocated);
   while (true) {
-    char* allocatedKey = nullptr;
     plist_t value = nullptr;
-    plist_dict_next_item(node, iterator.get(), &allocatedKey, &value);
-    const Text keyBytes(allocatedKey);
+    plist_dict_next_item(node, iterator.get(), nullptr, &value);
     if (value == nullptr) return dictionary;
 
-    const auto key = decodeText(keyBytes.get());
+    const auto key = keyOf(value);
     if (!key) return std::nullopt;
     if (plist_get_node_type(value) == PLIST_STRING) {
       auto text = textOf(value);
