@@ -40,9 +40,9 @@ class MSPAgentTest : public testing::Test {
     }
     return numbers;
   }
-  /// Every refresh sends one look-up and then one check-in, each from a background thread.
-  [[nodiscard]] bool waitForCheckIns(std::size_t count, std::size_t otherRequests = 0) const {
-    return http.waitForRequests(otherRequests + 2 * count);
+  /// Check-ins are sent from a background thread. `otherPosts` were sent before the first of them.
+  [[nodiscard]] bool waitForCheckIns(std::size_t count, std::size_t otherPosts = 0) const {
+    return http.waitForRequests("POST", otherPosts + count);
   }
   [[nodiscard]] Json report(std::size_t request) const {
     const Json body = JSONUtilities::jsonToDictionary(http.requests().at(request).body);
@@ -170,10 +170,10 @@ TEST_F(MSPAgentTest, hasAtMostSixtyFourCheckInsUnderWay) {
   for (int i = 0; i < 200; ++i) mainQueue.fire();
   EXPECT_EQ(mainQueue.waiting(), 1U) << "every tick arms the next";
   // The server answers nothing, so the sixty-fourth check-in is the last, whatever the ticks do.
-  while (posts().size() < 64) ASSERT_TRUE(http.waitForRequests(http.requests().size() + 1));
+  ASSERT_TRUE(waitForCheckIns(64));
   http.answer(posts().at(0), 200, R"({"success":1})");
   mainQueue.fire();
-  while (posts().size() < 65) ASSERT_TRUE(http.waitForRequests(http.requests().size() + 1));
+  ASSERT_TRUE(waitForCheckIns(65));
   EXPECT_EQ(posts().size(), 65U);
 }
 

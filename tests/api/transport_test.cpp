@@ -55,8 +55,9 @@ TEST_F(TransportTest, handsOverAnEmptyDictionaryForWhatIsNoObject) {
   };
   const Case cases[] = {
       {"",
-       "Error parsing JSON: parse error at line 1, column 1: attempting to parse an empty input; check that "
-       "your input string or stream contains the expected JSON\n"},
+       "Error parsing JSON: parse error at line 1, column 1: syntax error while parsing value - unexpected "
+       "end of "
+       "input; expected '[', '{', or a literal\n"},
       {"[]", "Error converting JSON to dictionary\n"},
   };
   std::size_t number = 0;

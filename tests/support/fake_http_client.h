@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -30,6 +31,16 @@ class FakeHttpClient : public HttpClient {
   [[nodiscard]] bool waitForRequests(std::size_t count) const {
     std::unique_lock lock(mutex_);
     return arrived_.wait_for(lock, std::chrono::minutes(1), [&] { return requests_.size() >= count; });
+  }
+
+  /// The same, counting only the requests with this method.
+  [[nodiscard]] bool waitForRequests(const std::string& method, std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    return arrived_.wait_for(lock, std::chrono::minutes(1), [&] {
+      return std::count_if(requests_.begin(), requests_.end(), [&](const HttpRequest& request) {
+               return request.method == method;
+             }) >= static_cast<std::ptrdiff_t>(count);
+    });
   }
 
   /// Ends the request of this number (from 0) on the calling thread; each once.
