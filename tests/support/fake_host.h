@@ -11,8 +11,8 @@
 
 namespace msp::test {
 
-/// A made-up machine. All its runners share the one FakeTaskRunner, so that a test can prepare and inspect it.
-/// Set it up before other threads use it.
+/// A made-up machine. All its runners share the one FakeTaskRunner, so that a test can prepare and inspect
+/// it. Set it up before other threads use it.
 class FakeHost : public Host {
  public:
   FakeTaskRunner& runner() const { return *runner_; }

@@ -47,8 +47,12 @@ TEST(FakeHttpClient, keepsRequestsUntilTheTestCompletesThem) {
   std::vector<HttpResult> results;
   const auto keep = [&](HttpResult result) { results.push_back(std::move(result)); };
   std::thread sender([&] {
-    http.send({.method = "POST", .url = "http://a/"}, keep);
-    http.send({.method = "GET", .url = "http://b/"}, keep);
+    HttpRequest request;
+    request.method = "POST";
+    http.send(request, keep);
+    request.method = "GET";
+    request.url = "http://b/";
+    http.send(request, keep);
   });
   EXPECT_TRUE(http.waitForRequests(2));
   EXPECT_TRUE(http.waitForRequests("GET", 1));
