@@ -7,6 +7,7 @@
 #include "inventory/gathered_data.h"
 #include "platform/host.h"
 #include "platform/http_client.h"
+#include "platform/work_queue.h"
 
 namespace msp {
 
@@ -21,8 +22,9 @@ class DataGatherer {
   /// `host` and `http` must outlive the gatherer and its refreshes.
   DataGatherer(std::string agentVersion, const Host& host, HttpClient& http);
 
-  /// Refreshes the report and hands a copy of it to the completion, on the background queue. When the
-  /// system gives no thread for that, the completion is dropped uncalled.
+  /// Refreshes the report and hands a copy of it to the completion, on the background queue, outside
+  /// any lock. When the system gives no thread for that, the completion is dropped uncalled and the event
+  /// log says so.
   void gather(Completion completion);
 
   /// A copy of the report as it stands; waits for a refresh that is under way.
@@ -31,6 +33,7 @@ class DataGatherer {
  private:
   struct State;
   std::shared_ptr<State> state_;
+  WorkQueue queue_;
 };
 
 }  // namespace msp

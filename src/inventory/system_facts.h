@@ -23,7 +23,7 @@ struct HardwareIdentity {
 HardwareIdentity parseHardwareIdentity(std::string_view output);
 
 struct SystemVersion {
-  /// What all lines yield, joined by one blank; "" when there was no output.
+  /// The value of every line, joined by one blank: "macOS 14.4.1 23E224"; "" when there was no output.
   std::string everything;
   std::optional<std::string> productName;
   std::optional<std::string> productVersion;
@@ -38,7 +38,8 @@ std::optional<std::string> parseLoggedInUser(std::string_view output);
 /// "1.52, 1.61, 1.70" from `uptime`, uptime(1).
 std::optional<std::string> parseLoadAverage(std::string_view output);
 
-/// Free plus inactive memory in bytes from `vm_stat`, vm_stat(1). A sum or product beyond 64 bits is fatal.
+/// Free plus inactive memory in bytes from `vm_stat`, vm_stat(1); nothing when there was no output. A sum or
+/// product beyond 64 bits ends the process.
 std::optional<std::int64_t> parseFreeMemory(std::string_view output);
 
 struct DriveSpace {
@@ -46,11 +47,12 @@ struct DriveSpace {
   std::int64_t available = 0;  // bytes
   bool operator==(const DriveSpace&) const = default;
 };
-/// Size and free space from the last line of `df -k /`, df(1).
+/// Size and free space from the last line of `df -k /`, df(1); nothing when one does not parse or does not
+/// fit into 64 bits.
 std::optional<DriveSpace> parseDriveSpace(std::string_view output);
 
 /// The newest date of an entry whose name begins with "macOS", as the report writes dates; from the
-/// property list /Library/Receipts/InstallHistory.plist.
+/// property list /Library/Receipts/InstallHistory.plist. Nothing when there is no such entry.
 std::optional<std::string> parseLastSystemUpdate(std::string_view propertyList);
 
 // The collectors. Each stores into its own fields of the report.

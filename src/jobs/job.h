@@ -1,12 +1,16 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "api/json_utilities.h"
+#include "jobs/job_result.h"
 
 /// How a handler reads a job: a JSON object with "id", "type" and "arguments", all of them texts.
+/// Everything here is safe on any thread.
 namespace msp {
 
 using Job = Json;
@@ -22,10 +26,11 @@ struct JobArguments {
 };
 JobArguments jobArguments(const Job& job);
 
-/// Logs a job that cannot be carried out: the text, the job's type, and its arguments when it has any.
+/// Logs a job that cannot be carried out: the text, the job's type, and its arguments when it has any. For
+/// instance: Unable to find process ID: kill_process: ["pid": 12]
 void logJobProblem(const Job& job, const std::string& text);
 
 /// A result without lists, `success` 0.
-struct JobResult failure(std::int64_t id, std::string message);
+JobResult failure(std::int64_t id, std::string message);
 
 }  // namespace msp
