@@ -13,12 +13,9 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -89,11 +86,8 @@ class NarratedServer {
   /// What was seen, for whoever judges the run.
   [[nodiscard]] Json summary() const {
     const MutexLock lock(mutex_);
-    Json all = {{"registered", registered_},
-                {"tested", tested_},
-                {"check_ins", checkIns_},
-                {"problems", problems_},
-                {"jobs", Json::array()}};
+    Json all = {{"registered", !uuid_.empty()}, {"uuid", uuid_},         {"tested", tested_},
+                {"check_ins", checkIns_},       {"problems", problems_}, {"jobs", Json::array()}};
     for (const auto& [id, job] : jobs_) all["jobs"].push_back(job);
     all["jobs_queued"] = jobs_.size();
     all["jobs_answered"] = answered_;
@@ -134,8 +128,8 @@ class NarratedServer {
     const MutexLock lock(mutex_);
     if (received.message.task == "create") {
       const Json sent = Json::parse(answer.body);
-      registered_ = true;
-      print(registrationLine(received.message.body["name"], sent["uuid"]));
+      uuid_ = sent["uuid"];
+      print(registrationLine(received.message.body["name"], uuid_));
     } else if (received.message.task == "test") {
       tested_ = true;
       print("test: passed");
@@ -165,7 +159,7 @@ class NarratedServer {
   }
 
   mutable Mutex mutex_;
-  bool registered_ MSP_GUARDED_BY(mutex_) = false;
+  std::string uuid_ MSP_GUARDED_BY(mutex_);  // the identity given last
   bool tested_ MSP_GUARDED_BY(mutex_) = false;
   std::size_t checkIns_ MSP_GUARDED_BY(mutex_) = 0;
   std::size_t problems_ MSP_GUARDED_BY(mutex_) = 0;
@@ -179,14 +173,11 @@ class NarratedServer {
        [this](const Json& job) { jobQueued(job); }}};
 };
 
-/// Writes the file whole before it appears under its name; false when it cannot be written.
+/// False when the file cannot be written. It may be a named pipe.
 bool writeFile(const std::string& path, const std::string& text) {
-  const std::string draft = path + ".draft";
-  std::ofstream file(draft, std::ios::binary | std::ios::trunc);
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text << std::flush;
-  std::error_code error;
-  if (file.good()) std::filesystem::rename(draft, path, error);
-  return file.good() && !error;
+  return file.good();
 }
 
 int complain(const std::string& problem) {
