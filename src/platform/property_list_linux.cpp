@@ -20,7 +20,8 @@ struct FreeXml {
   void operator()(char* xml) const { plist_to_xml_free(xml); }
 };
 struct FreeMemory {
-  void operator()(void* memory) const { std::free(memory); }
+  // This is how libplist wants it.
+  void operator()(void* memory) const { std::free(memory); }  // NOLINT(cppcoreguidelines-no-malloc)
 };
 using Node = std::unique_ptr<void, FreeNode>;
 using Memory = std::unique_ptr<void, FreeMemory>;
@@ -84,7 +85,7 @@ std::optional<PropertyListDate> dateOf(plist_t node) {
 /// The name of a dictionary's value; nothing when it is no text. libplist ends the process when asked for a
 /// name that holds a NUL, which only its printed form tells.
 std::optional<std::string> keyOf(plist_t value) {
-  const plist_t key = plist_dict_item_get_key(value);
+  auto* const key = plist_dict_item_get_key(value);
   char* allocatedXml = nullptr;
   std::uint32_t xmlSize = 0;
   plist_to_xml(key, &allocatedXml, &xmlSize);

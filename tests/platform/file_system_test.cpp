@@ -159,7 +159,9 @@ struct Replacement {
   const char* name;
   Replace replace;
 };
-void PrintTo(const Replacement& replacement, std::ostream* out) { *out << replacement.name; }
+std::ostream& operator<<(std::ostream& out, const Replacement& replacement) {
+  return out << replacement.name;
+}
 
 /// What holds for both ways to replace a file.
 class Replacing : public testing::TestWithParam<Replacement> {
@@ -176,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(File, Replacing,
 TEST_P(Replacing, createsAFileForItsOwnerOnly) {
   const TemporaryDirectory directory;
   const std::string path = directory.file("config.ini");
-  for (const mode_t mask : {0, 022, 0777}) {
+  for (const mode_t mask : {0U, 022U, 0777U}) {
     const Umask umask(mask);
     std::filesystem::remove(path);
     EXPECT_EQ(replace(path, "secret\0\xFF"s), std::nullopt);
