@@ -61,7 +61,7 @@ class LaunchSettings {
 
 /// Appends one chunk from a stream that poll(2) called readable; closes the stream at its end.
 void readChunk(Descriptor& stream, std::string& text) {
-  char chunk[65536];
+  char chunk[16384];
   const ssize_t length = ::read(stream.number(), chunk, sizeof chunk);
   if (length > 0) {
     text.append(chunk, static_cast<std::size_t>(length));

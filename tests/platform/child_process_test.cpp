@@ -251,6 +251,26 @@ TEST_P(Collecting, doesNotWaitForAGrandchildThatHoldsTheStreams) {
   });
 }
 
+TEST_P(Collecting, takesAllThatThePipesStillHoldAfterTheExit) {
+  constexpr std::size_t kSize = 30'000;
+  const std::string bulk = "head -c " + std::to_string(kSize) + " /dev/zero | tr '\\000' ";
+  inSurroundings([&] {
+    for (const Output output : {Output::separate, Output::merged}) {
+      const std::string end = gate(output == Output::separate ? "endOfFirst" : "endOfSecond");
+      const std::string program =
+          tool("program", "(read line < '" + end + "') &\n" + bulk + "o; " + bulk + "e >&2; exit 5");
+      ChildProcess child;
+      ASSERT_EQ(child.launch(program, {}, output), 0);
+      siginfo_t exited{};
+      ASSERT_EQ(waitid(P_ALL, 0, &exited, WEXITED | WNOWAIT), 0);
+      Printed printed;
+      EXPECT_EQ(child.collectUntilExit(printed.output, printed.error), 5);
+      EXPECT_TRUE(printed.output + printed.error == std::string(kSize, 'o') + std::string(kSize, 'e'));
+      open(end);
+    }
+  });
+}
+
 TEST_P(Collecting, waitsForOutputAfterTheExitOnlyWhereItIsAskedTo) {
   const std::string proceed = gate("proceed");
   // The grandchild prints far more to standard error than the pipe holds, and then its output.
