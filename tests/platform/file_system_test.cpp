@@ -253,7 +253,7 @@ TEST_P(Replacing, showsAReaderTheOldContentOrTheNew) {
 
   std::atomic<bool> finished = false;
   std::thread writer([&] {
-    for (int i = 1; i <= 100; ++i) EXPECT_EQ(replace(path, contents[i % 2]), std::nullopt);
+    for (int i = 1; i <= 30; ++i) EXPECT_EQ(replace(path, contents[i % 2]), std::nullopt);
     finished = true;
   });
   while (!finished) {
