@@ -6,10 +6,10 @@
 #include <new>
 #include <utility>
 
-#include "platform/close_on_exec.h"
 #include "platform/event_log.h"
 #include "platform/http_origin.h"
 #include "platform/http_redirect.h"
+#include "platform/open_socket.h"
 
 namespace msp {
 namespace {

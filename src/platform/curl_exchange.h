@@ -53,11 +53,11 @@ class CurlExchange {
   /// The next time at which something must be done about this exchange, whatever the network does.
   [[nodiscard]] Clock::time_point due() const;
   [[nodiscard]] bool isTotalLimitOver(Clock::time_point now) const { return now >= totalDeadline_; }
-  /// Whether this attempt has sent or received anything, so that the server may know of it.
-  [[nodiscard]] bool hasHeardFromServer() const { return hasActivity_; }
+  /// Whether this attempt has sent some of the body or received anything: the server knows of it then.
+  [[nodiscard]] bool hasMovedData() const { return hasActivity_; }
 
   /// Tells a fresh easy handle all of this attempt. The exchange must stay where it is during the transfer.
-  CURLcode configure(CURL* easy, CURLSH* share);
+  CURLcode configure(CURL* handle, CURLSH* share);
 
   [[nodiscard]] const HttpRequest& request() const { return request_; }
   [[nodiscard]] int redirects() const { return redirects_; }

@@ -80,8 +80,8 @@ std::string joined(const std::vector<std::string>& addresses) {
 
 void initializeHttp() {
   // Both would steer TLS from outside: one chooses the library, the other writes the session keys to a file.
-  unsetenv("CURL_SSL_BACKEND");
-  unsetenv("SSLKEYLOGFILE");
+  unsetenv("CURL_SSL_BACKEND");  // NOLINT(concurrency-mt-unsafe): the only thread
+  unsetenv("SSLKEYLOGFILE");     // NOLINT(concurrency-mt-unsafe): the only thread
   curl_global_init(CURL_GLOBAL_DEFAULT);
 }
 
@@ -323,7 +323,7 @@ void CurlHttpClient::Transport::transferEnded(CurlExchange& exchange, CURLcode c
     return finish(exchange, {std::nullopt, "The answer is larger than 64 MiB."});
   }
   if (code == CURLE_OPERATION_TIMEDOUT) {
-    return attemptFailed(exchange, kTimedOut, !exchange.hasHeardFromServer());
+    return attemptFailed(exchange, kTimedOut, !exchange.hasMovedData());
   }
   long systemError = 0;
   curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError);
@@ -344,7 +344,7 @@ void CurlHttpClient::Transport::handleDue() {
     } else if (exchange->stage == Stage::kBetweenAttempts) {
       begin(*exchange);
     } else {
-      attemptFailed(*exchange, kTimedOut, !exchange->hasHeardFromServer());
+      attemptFailed(*exchange, kTimedOut, !exchange->hasMovedData());
     }
   }
 }

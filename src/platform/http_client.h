@@ -9,10 +9,12 @@
 namespace msp {
 
 struct HttpRequest {
+  /// "GET" or "POST".
   std::string method = "GET";
   std::string url;
   /// Complete lines, for instance "Content-Type: application/json".
   std::vector<std::string> headers;
+  /// What a POST carries.
   std::string body;
   /// The request ends when nothing was sent or received for this long.
   std::chrono::milliseconds idleLimit{60'000};

@@ -114,7 +114,7 @@ NameLookup::~NameLookup() {
 void NameLookup::start(const std::string& host) {
   State& state = *state_;
   const MutexLock lock(state.mutex);
-  if (state.running.count(host) != 0 ||
+  if (state.running.contains(host) ||
       std::find(state.queue.begin(), state.queue.end(), host) != state.queue.end()) {
     return;
   }

@@ -12,12 +12,6 @@
 namespace msp {
 namespace {
 
-std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
-}
-
 std::optional<std::uint32_t> ipV4Address(const std::string& text) {
   in_addr address{};
   if (inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
@@ -43,7 +37,7 @@ bool isException(const ProxySettings& settings, const std::string& host) {
   if (settings.excludesSimpleHostnames && host.find_first_of(".:") == std::string::npos) return true;
   return std::any_of(
       settings.exceptions.begin(), settings.exceptions.end(), [&](const std::string& exception) {
-        return fnmatch(lowerCase(exception).c_str(), host.c_str(), 0) == 0 || isInNetwork(host, exception);
+        return fnmatch(exception.c_str(), host.c_str(), FNM_CASEFOLD) == 0 || isInNetwork(host, exception);
       });
 }
 
@@ -51,7 +45,7 @@ bool isException(const ProxySettings& settings, const std::string& host) {
 
 std::optional<ProxyServer> chooseProxy(const ProxySettings& settings, std::string_view scheme,
                                        const std::string& host) {
-  if (isException(settings, lowerCase(host))) return std::nullopt;
+  if (isException(settings, host)) return std::nullopt;
   if (scheme == "http" && settings.http) return settings.http;
   if (scheme == "https" && settings.https) return settings.https;
   return settings.socks;

@@ -1,39 +1,22 @@
-#include <CoreFoundation/CoreFoundation.h>
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdint>
-#include <memory>
-#include <type_traits>
 #include <utility>
 
+#include "platform/core_foundation.h"
 #include "platform/system_proxy.h"
 
 namespace msp {
 namespace {
 
-struct Release {
-  void operator()(CFTypeRef object) const { CFRelease(object); }
-};
-
-template <typename Ref>
-using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
-
 /// The dictionary's value under a key, if it is of that type; it lives as long as the dictionary.
 template <typename Ref>
 Ref valueOf(CFDictionaryRef dictionary, const char* key, CFTypeID type) {
-  const Owned<CFStringRef> keyText(
+  const CFOwned<CFStringRef> keyText(
       CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8));
   if (!keyText) return nullptr;
   const void* const value = CFDictionaryGetValue(dictionary, keyText.get());
   return value != nullptr && CFGetTypeID(value) == type ? static_cast<Ref>(value) : nullptr;
-}
-
-std::string textOf(CFStringRef text) {
-  if (text == nullptr) return "";
-  const CFIndex most = CFStringGetMaximumSizeForEncoding(CFStringGetLength(text), kCFStringEncodingUTF8) + 1;
-  std::string buffer(static_cast<std::size_t>(most), '\0');
-  if (!CFStringGetCString(text, buffer.data(), most, kCFStringEncodingUTF8)) return "";
-  return buffer.c_str();
 }
 
 int numberOf(CFNumberRef number) {
@@ -49,15 +32,15 @@ int numberUnder(CFDictionaryRef dictionary, const std::string& key) {
 /// The server whose keys begin with a word, for instance "HTTP": HTTPEnable, HTTPProxy, HTTPPort.
 std::optional<ProxyServer> serverOf(CFDictionaryRef dictionary, const std::string& word, std::string scheme) {
   if (numberUnder(dictionary, word + "Enable") == 0) return std::nullopt;
-  std::string host = textOf(valueOf<CFStringRef>(dictionary, (word + "Proxy").c_str(), CFStringGetTypeID()));
-  if (host.empty()) return std::nullopt;
-  return ProxyServer{std::move(scheme), std::move(host), numberUnder(dictionary, word + "Port")};
+  const auto host = valueOf<CFStringRef>(dictionary, (word + "Proxy").c_str(), CFStringGetTypeID());
+  if (host == nullptr || CFStringGetLength(host) == 0) return std::nullopt;
+  return ProxyServer{std::move(scheme), textOf(host), numberUnder(dictionary, word + "Port")};
 }
 
 }  // namespace
 
 ProxySettings systemProxySettings() {
-  const Owned<CFDictionaryRef> dictionary(SCDynamicStoreCopyProxies(nullptr));
+  const CFOwned<CFDictionaryRef> dictionary(SCDynamicStoreCopyProxies(nullptr));
   if (!dictionary) return {};
   ProxySettings settings;
   settings.http = serverOf(dictionary.get(), "HTTP", "http");

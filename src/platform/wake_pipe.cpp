@@ -1,27 +1,26 @@
 #include "platform/wake_pipe.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <system_error>
 
-#include "platform/close_on_exec.h"
-
 namespace msp {
 
 WakePipe::WakePipe() {
-  if (!openPipe(ends_)) throw std::system_error(errno, std::generic_category(), "pipe");
-}
-
-WakePipe::~WakePipe() {
-  for (const int end : ends_) close(end);
+  if (const int error = openPipe(pipe_); error != 0) {
+    throw std::system_error(error, std::generic_category(), "pipe");
+  }
+  fcntl(pipe_.readingEnd.number(), F_SETFL, O_NONBLOCK);
+  fcntl(pipe_.writingEnd.number(), F_SETFL, O_NONBLOCK);
 }
 
 void WakePipe::signal() {
   const char byte = 0;
   // A full pipe is readable already.
-  while (write(ends_[1], &byte, 1) < 0 && errno == EINTR) {
+  while (write(pipe_.writingEnd.number(), &byte, 1) < 0 && errno == EINTR) {
   }
 }
 
@@ -29,7 +28,7 @@ void WakePipe::drain() {
   std::array<char, 64> bytes{};
   ssize_t count = 0;
   do {
-    count = read(ends_[0], bytes.data(), bytes.size());
+    count = read(pipe_.readingEnd.number(), bytes.data(), bytes.size());
   } while (count == static_cast<ssize_t>(bytes.size()) || (count < 0 && errno == EINTR));
 }
 

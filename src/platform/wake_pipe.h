@@ -1,15 +1,14 @@
 #pragma once
 
+#include "platform/descriptors.h"
+
 namespace msp {
 
-/// Wakes one thread that waits in poll(2) for readable(). Its descriptors are closed with it.
+/// Wakes one thread that waits in poll(2) for readable().
 class WakePipe {
  public:
   /// Throws std::system_error when the system gives no pipe.
   WakePipe();
-  ~WakePipe();
-  WakePipe(const WakePipe&) = delete;
-  WakePipe& operator=(const WakePipe&) = delete;
 
   /// Makes readable() readable. Never blocks; on any thread.
   void signal();
@@ -18,10 +17,10 @@ class WakePipe {
   void drain();
 
   /// The descriptor to wait for.
-  [[nodiscard]] int readable() const { return ends_[0]; }
+  [[nodiscard]] int readable() const { return pipe_.readingEnd.number(); }
 
  private:
-  int ends_[2] = {-1, -1};
+  Pipe pipe_;
 };
 
 }  // namespace msp

@@ -55,7 +55,10 @@ void readAndHang(ServerConnection& connection) {
 /// A resolver whose look-ups of names that begin with "hang" last until the gate opens.
 class Gate {
  public:
+  Gate() = default;
   ~Gate() { open(); }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
   void open() {
     if (!std::exchange(isOpen_, true)) promise_.set_value();
   }
@@ -147,7 +150,9 @@ TEST_F(CurlHttpClientLimitsTest, aBodyThatIsTakenSlowlyIsNotIdle) {
       kPiece);
   CurlHttpClient client(surroundings());
   const std::string body(std::size_t{120} * kPiece, 'b');
-  EXPECT_EQ(askTaking(1000ms, client, limited(post(server.url(), body), 1000ms, 60s)), "200 taken");
+  const auto begin = Clock::now();
+  EXPECT_EQ(askFor(client, limited(post(server.url(), body), 1000ms, 60s)), "200 taken");
+  EXPECT_GT(Clock::now() - begin, 1000ms);
 }
 
 TEST_F(CurlHttpClientLimitsTest, theTotalLimitRunsOnOverRedirects) {
@@ -278,10 +283,10 @@ TEST_F(CurlHttpClientLimitsTest, withoutNetworkAttemptsAreRepeatedUntilTheTotalL
   for (const LookupAnswer& answer : {LookupAnswer{{}, "no network"}, LookupAnswer{{"255.255.255.255"}, ""}}) {
     std::atomic<int> attempts = 0;
     CurlHttpClient client(disconnected(attempts, answer));
-    auto request = limited(get("http://server.test/"), 15s, 1500ms);
+    auto request = limited(get("http://server.test/"), 15s, 2000ms);
     request.waitsForConnectivity = true;
-    EXPECT_EQ(askTaking(1500ms, client, std::move(request)), kTimedOut) << answer.error;
-    EXPECT_EQ(attempts, 2) << answer.error;
+    EXPECT_EQ(askTaking(2000ms, client, std::move(request)), kTimedOut) << answer.error;
+    EXPECT_GE(attempts, 2) << answer.error;
   }
 }
 

@@ -86,7 +86,7 @@ TEST_F(CurlHttpClientTest, aBodyMayHoldAnyByte) {
   LoopbackServer server(LoopbackServer::answering(
       [](const ReceivedRequest& request) { return httpAnswer(200, request.body); }));
   CurlHttpClient client(surroundings());
-  const std::string body("a\0\xFF\r\n\r\nb", 9);
+  const std::string body("a\0\xFF\r\n\r\nb", 8);
   EXPECT_EQ(askFor(client, post(server.url(), body)), "200 " + body);
 }
 
@@ -394,9 +394,11 @@ TEST_F(CurlHttpClientTest, aCompletionMaySendTheNextRequest) {
 TEST_F(CurlHttpClientTest, requestsOfManyThreadsAllEnd) {
   LoopbackServer server(LoopbackServer::answering(echo));
   CurlHttpClient client(surroundings());
+  constexpr int kThreads = 8;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   std::atomic<int> answers = 0;
-  for (int thread = 0; thread < 8; ++thread) {
+  for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&, thread] {
       for (int i = 0; i < 25; ++i) {
         const std::string path = pathOf(thread) + pathOf(i);

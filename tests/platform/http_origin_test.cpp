@@ -10,7 +10,8 @@ namespace {
 
 TEST(HttpOrigin, isSchemeHostAndPortOfAUrl) {
   struct Case {
-    const char *name, *url;
+    std::string_view name;
+    std::string url;
     std::optional<HttpOrigin> expected;
   };
   const Case cases[] = {

@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/close_on_exec.h"
+#include "platform/open_socket.h"
 #include "platform/wake_pipe.h"
 
 namespace msp::test {
