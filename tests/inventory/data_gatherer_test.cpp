@@ -215,6 +215,7 @@ TEST_F(DataGathererTest, overlappingRefreshesEachGetAConsistentReport) {
   std::atomic<int> left = kThreads * kRefreshes;
   const auto done = std::make_shared<std::promise<void>>();
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       for (int j = 0; j < kRefreshes; ++j) {

@@ -276,9 +276,9 @@ TEST(SystemFacts, theLastSystemUpdateIsInTheMachinesTimeZone) {
 }
 
 struct Machine {
-  const char* name;
-  const char* computerName;
-  double uptime;
+  std::string name;
+  std::string computerName;
+  double uptime = 0;
   GatheredData expected;
 };
 

@@ -7,7 +7,7 @@
 namespace msp {
 namespace {
 
-Job job(const char* text) { return Job::parse(text); }
+Job job(std::string_view text) { return Job::parse(text); }
 
 TEST(Job, theIdIsAStrictIntegerInAText) {
   struct Case {
@@ -41,8 +41,8 @@ TEST(Job, theIdIsAStrictIntegerInAText) {
 
 TEST(Job, theArgumentsAreAnObjectInAText) {
   struct Case {
-    const char* name;
-    const char* job;
+    std::string_view name;
+    std::string_view job;
     std::optional<std::string> expected;
   };
   const Case cases[] = {
