@@ -34,7 +34,7 @@ std::string listCounts(const Json& result) {
     if (!value.is_array()) continue;
     std::string name = printable(key);
     std::replace(name.begin(), name.end(), '_', ' ');
-    counts += ", " + std::to_string(value.size()) + " " + name;
+    counts.append(", ").append(std::to_string(value.size())).append(" ").append(name);
   }
   return counts;
 }
@@ -78,7 +78,7 @@ std::string checkInLine(std::size_t number, const Json& report) {
 
 std::string jobQueuedLine(const Json& job) {
   std::string line = "job " + text(job, "id") + " queued: " + text(job, "type");
-  if (member(job, "arguments") != nullptr) line += " " + text(job, "arguments");
+  if (member(job, "arguments") != nullptr) line.append(" ").append(text(job, "arguments"));
   return line;
 }
 
@@ -86,11 +86,12 @@ std::string resultLine(const std::string& jobType, const Json& result) {
   const Json* id = member(result, "id");
   const Json* success = member(result, "success");
   const Json* message = member(result, "message");
-  std::string line = "job " + (id == nullptr ? "?" : compact(*id)) + " (" + printable(jobType) + "): ";
+  std::string line = "job ";
+  line.append(id == nullptr ? "?" : compact(*id)).append(" (").append(printable(jobType)).append("): ");
   line += success != nullptr && *success == 1 ? "success" : "failure";
   line += listCounts(result);
   if (message != nullptr && message->is_string() && !message->get_ref<const std::string&>().empty())
-    line += ", \"" + text(result, "message") + "\"";
+    line.append(", \"").append(text(result, "message")).append("\"");
   return line;
 }
 
