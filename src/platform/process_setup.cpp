@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <csignal>
 
+#include "platform/allocator.h"
+
 namespace msp {
 
 namespace {
@@ -36,6 +38,7 @@ void prepareProcess() {
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);
   raiseDescriptorLimit();
+  keepAllocatorSmall();
 }
 
 }  // namespace msp
