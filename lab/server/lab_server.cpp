@@ -155,7 +155,7 @@ bool LabServer::waitForCheckIns(std::size_t count, Clock::time_point deadline) {
 
 std::optional<Json> LabServer::waitForResult(std::int64_t jobId, Clock::time_point deadline) {
   const MutexLock lock(mutex_);
-  while (running_ && results_.count(jobId) == 0 &&
+  while (running_ && !results_.contains(jobId) &&
          changed_.wait_until(mutex_, deadline) == std::cv_status::no_timeout)
     ;
   const auto found = results_.find(jobId);
@@ -242,7 +242,7 @@ ServerAnswer LabServer::makeAnswer(const Received& received) {
   Answerer answerer;
   {
     const MutexLock lock(mutex_);
-    while (running_ && held_.count(received.message.task) > 0) changed_.wait(mutex_);
+    while (running_ && held_.contains(received.message.task)) changed_.wait(mutex_);
     if (!running_) return {503};  // nobody hears it, so no job is handed out
     const auto found = answerers_.find(received.message.task);
     if (found != answerers_.end()) answerer = found->second;

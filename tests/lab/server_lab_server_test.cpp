@@ -265,6 +265,7 @@ TEST_F(LabServerTest, manyAgentsAreServedAtTheSameTime) {
   constexpr int kCheckIns = 25;
   for (int i = 0; i < kAgents * kCheckIns; ++i) server_.queueJob("restart");
   std::vector<std::thread> agents;
+  agents.reserve(kAgents);
   for (int agent = 0; agent < kAgents; ++agent)
     agents.emplace_back([&] {
       httplib::Client client("127.0.0.1", server_.port());
