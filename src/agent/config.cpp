@@ -52,7 +52,7 @@ void ConfigFiles::store(const Config& config) const {
 
 std::optional<std::string> ConfigFiles::defaultAPIAddress() const {
   const std::string path = directory_ + "/default_api.txt";
-  if (!fileExists(path)) return std::nullopt;
+  if (!fileExists(directory_) || !fileExists(path)) return std::nullopt;
   const auto content = readFile(path);
   const auto* const bytes = std::get_if<std::string>(&content);
   const auto text = bytes == nullptr ? std::nullopt : decodeText(*bytes);

@@ -34,7 +34,8 @@ class ConfigFiles {
   /// The stored identity; nothing when it is missing, unreadable or incomplete. Reports nothing.
   [[nodiscard]] std::optional<Config> load() const;
 
-  /// Stores the identity, whole or not at all. A failure is logged; without a directory nothing happens.
+  /// Stores the identity, whole or not at all wherever a file can be created beside it. A failure is logged;
+  /// without a directory nothing happens.
   void store(const Config& config) const;
 
   /// The content of `default_api.txt`, trimmed. Nothing when it is missing; an unreadable one is logged too.

@@ -19,9 +19,9 @@ std::optional<RegistrationAnswer> readRegistrationAnswer(const std::optional<Jso
 
 bool readTestAnswer(const std::optional<Json>& answer) { return isSuccess(answer, "test_success"); }
 
-std::optional<CheckInAnswer> readCheckInAnswer(const std::optional<Json>& answer) {
+std::optional<CheckInAnswer> readCheckInAnswer(std::optional<Json> answer) {
   if (!isSuccess(answer, "success")) return std::nullopt;
-  return CheckInAnswer{objectListValue(*answer, "jobs").value_or(std::vector<Job>{}),
+  return CheckInAnswer{takeObjectList(*answer, "jobs").value_or(std::vector<Job>{}),
                        doubleValue(*answer, "checkin_interval")};
 }
 

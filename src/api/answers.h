@@ -25,6 +25,6 @@ struct CheckInAnswer {
   std::optional<double> checkin_interval;  // seconds, any number
 };
 /// Nothing unless `success` is 1.
-std::optional<CheckInAnswer> readCheckInAnswer(const std::optional<Json>& answer);
+std::optional<CheckInAnswer> readCheckInAnswer(std::optional<Json> answer);
 
 }  // namespace msp

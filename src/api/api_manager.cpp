@@ -45,13 +45,13 @@ void APIManager::checkIn(const GatheredData& report, std::shared_ptr<const void>
     return;
   }
   transport_.post(checkInRequest(config->api_uuid, report.jsonText()), config->api_url,
-                  [this, exchange = std::move(exchange)](const std::optional<Json>& answer) {
-                    handleCheckInAnswer(answer);
+                  [this, exchange = std::move(exchange)](std::optional<Json> answer) {
+                    handleCheckInAnswer(std::move(answer));
                   });
 }
 
-void APIManager::handleCheckInAnswer(const std::optional<Json>& answer) {
-  auto checkIn = readCheckInAnswer(answer);
+void APIManager::handleCheckInAnswer(std::optional<Json> answer) {
+  auto checkIn = readCheckInAnswer(std::move(answer));
   if (!checkIn) return;
   // Emptied now, not when the report was taken: a result that came in between is dropped, on purpose.
   jobResults_.clear();
@@ -73,9 +73,10 @@ void APIManager::runJobs(std::vector<Job> jobs) {
     jobResults_.appendAll(std::move(results));
   });
   if (started) return;
-  // The system has no thread left: the server is told, rather than left to wait for these jobs.
+  // There is no thread for them: the server is told, rather than left to wait for these jobs.
   std::vector<JobResult> results;
   for (const Job& job : *batch) {
+    if (!stringValue(job, "type")) continue;
     logJobProblem(job, "Unable to start job queue");
     results.push_back(failure(jobID(job), "Error - unable to start job queue"));
   }

@@ -54,7 +54,7 @@ class APIManager {
   void handleRegistrationAnswer(const std::optional<Json>& answer, const std::string& url);
   void testConfig(const std::string& url);
   void handleTestAnswer(bool passed);
-  void handleCheckInAnswer(const std::optional<Json>& answer);
+  void handleCheckInAnswer(std::optional<Json> answer);
   void runJobs(std::vector<Job> jobs);
 
   [[nodiscard]] std::optional<Config> agentConfig() const;

@@ -21,13 +21,16 @@ constexpr JobType kJobTypes[] = {
 };
 
 JobResult runHandler(const JobType& row, const JobsManager& jobs, const Job& job) {
+  // A handler that throws is a defect; it costs its own result and nothing else.
+  std::string reason = "unknown error";
   try {
     return row.handler(jobs, job);
   } catch (const std::exception& error) {
-    // A handler that throws is a defect; it costs its own result and nothing else.
-    logJobProblem(job, std::string("Unable to finish job, ") + error.what());
-    return failure(jobID(job), "Error - unable to finish job");
+    reason = error.what();
+  } catch (...) {
   }
+  logJobProblem(job, "Unable to finish job, " + reason);
+  return failure(jobID(job), "Error - unable to finish job");
 }
 
 }  // namespace

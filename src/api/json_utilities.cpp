@@ -8,21 +8,26 @@
 #include <utility>
 
 #include "platform/console.h"
+#include "platform/text.h"
 
 namespace msp {
 namespace {
 
 constexpr std::size_t kDeepestNesting = 512;
 
-/// The library's message without its own error code: "[json.exception.parse_error.101] parse error ...".
+/// The library's message without its own error code: "[json.exception.parse_error.101] parse error ...". It
+/// quotes what was read last, which may be megabytes of anything: cut, and repaired where it was cut.
 std::string reason(const std::exception& error) {
-  const std::string text = error.what();
+  constexpr std::size_t kLongestReason = 300;  // bytes
+  const std::string_view text = error.what();
   const auto end = text.find("] ");
-  return text.starts_with("[json.exception.") && end != std::string::npos ? text.substr(end + 2) : text;
+  const bool hasCode = text.starts_with("[json.exception.") && end != std::string_view::npos;
+  return repairText(text.substr(hasCode ? end + 2 : 0, kLongestReason));
 }
 
-/// Builds a value while the parser reads. The ordered type's own insertion searches every key before it,
-/// which a hostile answer with a million keys would turn into hours; here an index takes over early.
+/// Builds a value while the parser reads. The ordered type's own insertion searches every key before it and
+/// copies all values at every growth, which a hostile answer could turn into hours: here an object's pieces
+/// are collected first, an index finds the duplicates, and every value is moved once a level.
 class OrderedBuilder : public nlohmann::json_sax<Json> {
  public:
   Json root;
@@ -35,21 +40,24 @@ class OrderedBuilder : public nlohmann::json_sax<Json> {
   bool number_float(number_float_t value, const string_t& /*text*/) override { return add(value); }
   bool string(string_t& value) override { return add(std::move(value)); }
   bool binary(binary_t& value) override { return add(std::move(value)); }
-  bool start_object(std::size_t /*size*/) override { return open(Json::object()); }
-  bool start_array(std::size_t /*size*/) override { return open(Json::array()); }
-  bool end_object() override { return close(); }
-  bool end_array() override { return close(); }
+  bool start_object(std::size_t /*size*/) override { return open(); }
+  bool start_array(std::size_t /*size*/) override { return open(); }
 
   bool key(string_t& value) override {
-    Level& level = levels_.back();
-    auto& object = level.value->get_ref<Json::object_t&>();
-    level.slot = find(level, object, value);
-    if (level.slot == nullptr) {
-      if (!level.index.empty()) level.index.emplace(value, object.size());
-      object.emplace_back(std::move(value), nullptr);
-      level.slot = &object.back().second;
-    }
+    levels_.back().keys.push_back(std::move(value));
     return true;
+  }
+
+  bool end_object() override {
+    Level level = std::move(levels_.back());
+    levels_.pop_back();
+    return add(objectOf(std::move(level)));
+  }
+
+  bool end_array() override {
+    Json::array_t elements = std::move(levels_.back().values);
+    levels_.pop_back();
+    return add(std::move(elements));
   }
 
   bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
@@ -60,60 +68,48 @@ class OrderedBuilder : public nlohmann::json_sax<Json> {
 
  private:
   struct Level {
-    Json* value;
-    Json* slot = nullptr;  // where an object's next value goes
-    std::unordered_map<std::string, std::size_t> index = {};
+    std::vector<std::string> keys;
+    std::vector<Json> values;
   };
 
-  /// The value that stands under the key already: the last of duplicate keys wins.
-  static Json* find(Level& level, Json::object_t& object, const std::string& key) {
-    constexpr std::size_t kSmallObject = 32;
-    if (object.size() < kSmallObject) {
-      for (auto& [name, value] : object) {
-        if (name == key) return &value;
+  /// The object of these keys and values. Of duplicate keys the last one wins, in the first one's place.
+  static Json objectOf(Level level) {
+    std::unordered_map<std::string_view, std::size_t> places;
+    places.reserve(level.keys.size());
+    std::vector<std::size_t> order;  // the pieces that stay
+    order.reserve(level.keys.size());
+    for (std::size_t i = 0; i < level.keys.size(); ++i) {
+      const auto [place, isNew] = places.try_emplace(level.keys[i], i);
+      if (isNew) {
+        order.push_back(i);
+      } else {
+        level.values[place->second] = std::move(level.values[i]);
       }
-      return nullptr;
     }
-    if (level.index.empty()) {
-      for (const auto& entry : object) level.index.emplace(entry.first, level.index.size());
+    Json::object_t object;
+    object.reserve(order.size());
+    for (const std::size_t i : order) {
+      object.emplace_back(std::move(level.keys[i]), std::move(level.values[i]));
     }
-    const auto found = level.index.find(key);
-    if (found == level.index.end()) return nullptr;
-    return &(object.begin() + static_cast<Json::difference_type>(found->second))->second;
-  }
-
-  Json* place(Json&& value) {
-    if (levels_.empty()) {
-      root = std::move(value);
-      return &root;
-    }
-    Level& level = levels_.back();
-    if (level.value->is_object()) {
-      *level.slot = std::move(value);
-      return level.slot;
-    }
-    level.value->get_ref<Json::array_t&>().push_back(std::move(value));
-    return &level.value->back();
+    return object;
   }
 
   template <typename Value>
   bool add(Value&& value) {
-    place(Json(std::forward<Value>(value)));
+    if (levels_.empty()) {
+      root = std::forward<Value>(value);
+    } else {
+      levels_.back().values.emplace_back(std::forward<Value>(value));
+    }
     return true;
   }
 
-  bool open(Json&& empty) {
+  bool open() {
     if (levels_.size() == kDeepestNesting) {
       problem = "nested deeper than " + std::to_string(kDeepestNesting) + " levels";
       return false;
     }
-    Json* const value = place(std::move(empty));
-    levels_.push_back({value});
-    return true;
-  }
-
-  bool close() {
-    levels_.pop_back();
+    levels_.emplace_back();
     return true;
   }
 
@@ -140,10 +136,21 @@ std::optional<std::int64_t> asInteger(const Json& value) {
   return static_cast<std::int64_t>(number);
 }
 
+/// A control character below U+00A0, escaped.
+void printControl(std::string& out, unsigned character) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  out += "\\u{";
+  out += kDigits[character >> 4U];
+  out += kDigits[character & 0xFU];
+  out += '}';
+}
+
 void printText(std::string& out, const std::string& text) {
   out += '"';
-  for (const char c : text) {
-    switch (c) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+    switch (byte) {
       case '"':
         out += "\\\"";
         break;
@@ -163,14 +170,13 @@ void printText(std::string& out, const std::string& text) {
         out += "\\0";
         break;
       default:
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-          constexpr char kDigits[] = "0123456789ABCDEF";
-          out += "\\u{";
-          out += kDigits[static_cast<unsigned char>(c) >> 4U];
-          out += kDigits[static_cast<unsigned char>(c) & 0xFU];
-          out += '}';
+        if (byte < 0x20 || byte == 0x7F) {
+          printControl(out, byte);
+        } else if (byte == 0xC2 && next < 0xA0) {  // U+0080 to U+009F
+          printControl(out, next);
+          ++i;
         } else {
-          out += c;
+          out += text[i];
         }
     }
   }
@@ -276,13 +282,13 @@ std::optional<std::string> stringValue(const Json& dictionary, std::string_view 
   return value->get<std::string>();
 }
 
-std::optional<std::vector<Json>> objectListValue(const Json& dictionary, std::string_view key) {
+std::optional<std::vector<Json>> takeObjectList(Json& dictionary, std::string_view key) {
   const Json* const value = valueUnder(dictionary, key);
   if (value == nullptr || !value->is_array()) return std::nullopt;
   for (const Json& element : *value) {
     if (!element.is_object()) return std::nullopt;
   }
-  return std::vector<Json>(value->begin(), value->end());
+  return std::move(dictionary[std::string(key)].get_ref<Json::array_t&>());
 }
 
 std::string printedForm(const Json& value) {

@@ -42,8 +42,8 @@ std::optional<std::int64_t> integerValue(const Json& dictionary, std::string_vie
 /// Any number.
 std::optional<double> doubleValue(const Json& dictionary, std::string_view key);
 std::optional<std::string> stringValue(const Json& dictionary, std::string_view key);
-/// A list in which every element is an object.
-std::optional<std::vector<Json>> objectListValue(const Json& dictionary, std::string_view key);
+/// A list in which every element is an object; moved out, as it may be large.
+std::optional<std::vector<Json>> takeObjectList(Json& dictionary, std::string_view key);
 
 /// A dictionary as the event log shows it: ["command": "ls -l", "n": 5], keys in their order of arrival;
 /// the empty one is [:].

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/read_only_directory.h"
 #include "support/temporary_directory.h"
 
 namespace msp {
@@ -163,6 +164,26 @@ TEST_F(LoggerTest, leavesADirectoryInItsPlaceAlone) {
   logger.log("lost");
   logger.trimLog();
   EXPECT_TRUE(std::filesystem::is_empty(directory.file("logfile.log")));
+  EXPECT_EQ(entries(), 1U);
+}
+
+TEST_F(LoggerTest, saysOnceThatATrimFailedAndLeavesTheLinesAsTheyWere) {
+  // The file may be written, but nothing can be created beside it, as a trim has to.
+  const std::string before = tenLines(12'000);
+  write(before);
+  const test::ReadOnlyDirectory readOnly(directory.path(), {"logfile.log"});
+  logger.trimLog();
+  EXPECT_EQ(content().substr(0, before.size()), before);
+  EXPECT_EQ(content().substr(before.size() + kStampBytes), "Failed to trim log.\n");
+
+  const std::string afterOne = content();
+  logger.log("another");
+  const std::string added = content().substr(afterOne.size());
+  EXPECT_TRUE(std::regex_match(
+      added,
+      std::regex(
+          R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d\tanother\n\d\d-\d\d-\d\d \d\d:\d\d:\d\d\tFailed to trim log\.\n)")))
+      << added;
   EXPECT_EQ(entries(), 1U);
 }
 

@@ -10,6 +10,7 @@
 #include "support/captured_log.h"
 #include "support/fake_host.h"
 #include "support/fake_http_client.h"
+#include "support/file_size_limit.h"
 #include "support/temporary_directory.h"
 
 namespace msp {
@@ -199,6 +200,36 @@ TEST_F(APIManagerTest, neverUsesAnIdentityThatFailedItsTest) {
   EXPECT_EQ(log.messages(), std::vector<std::string>{"Testing new config failed."});
 }
 
+TEST_F(APIManagerTest, saysWhyATestDidNotReachTheServer) {
+  write("default_api.txt", kUrl);
+  const auto manager = makeManager();
+  http.answer(0, 200, R"({"success":1,"uuid":"4F2A","id":"17"})");
+  http.fail(1, "The request timed out.");
+  EXPECT_FALSE(manager->readyForUse());
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"POST failed: The request timed out.", "Task: test",
+                                                      "Testing new config failed."}));
+}
+
+TEST_F(APIManagerTest, keepsAnIdentityThatFailedItsTestInMemory) {
+  write("default_api.txt", kUrl);
+  const auto manager = makeManager();
+  http.answer(0, 200, R"({"success":1,"uuid":"4F2A","id":"17"})");
+  http.answer(1, 200, "{\"test_success\":0}");
+  manager->checkIn(GatheredData{}, nullptr);
+  EXPECT_EQ(stringValue(body(2), "task"), "checkin");
+  EXPECT_EQ(stringValue(body(2), "uuid"), "4F2A");
+}
+
+TEST_F(APIManagerTest, carriesTheNewVersionInMemoryWhenItCannotBeWritten) {
+  write("config.ini", R"({"api_url":"http://x/","api_uuid":"4F2A","agent_id":"17","agent_version":"3.3.0"})");
+  const std::string before = read("config.ini");
+  const test::FileSizeLimit limit(10);
+  const auto manager = makeManager();
+  EXPECT_TRUE(manager->readyForUse());
+  EXPECT_EQ(read("config.ini"), before);
+  EXPECT_EQ(log.messages(), std::vector<std::string>{"Error converting config to JSON: File too large"});
+}
+
 TEST_F(APIManagerTest, worksFromMemoryWhenTheIdentityCannotBeStored) {
   write("default_api.txt", kUrl);
   std::filesystem::create_directory(directory.file("config.ini"));
@@ -355,7 +386,8 @@ TEST_F(APIManagerTest, answersForJobsThatTheSystemHasNoThreadFor) {
   const auto manager = makeReadyManager();
   threadsLeft = false;
   manager->checkIn(GatheredData{}, nullptr);
-  http.answer(0, 200, R"({"success":1,"jobs":[{"id":"1","type":"get_processes"},{"id":"2","type":"B"}]})");
+  http.answer(0, 200,
+              R"({"success":1,"jobs":[{"id":"1","type":"get_processes"},{"id":"7"},{"id":"2","type":"B"}]})");
   EXPECT_EQ(manager->jobResults(), (std::vector<JobResult>{{1, "Error - unable to start job queue", 0},
                                                            {2, "Error - unable to start job queue", 0}}));
   EXPECT_EQ(log.messages(), (std::vector<std::string>{"Unable to start job queue: get_processes",

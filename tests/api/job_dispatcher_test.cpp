@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <functional>
 #include <stdexcept>
 
 #include "support/captured_log.h"
@@ -63,14 +64,21 @@ TEST_F(JobDispatcherTest, answersAnUnknownType) {
 
 TEST_F(JobDispatcherTest, losesOneResultToAHandlerThatThrows) {
   class BrokenHost : public test::FakeHost {
+   public:
+    std::function<void()> fail;
     [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
-      throw std::runtime_error("no runner");
+      fail();
+      return nullptr;
     }
   };
-  const BrokenHost broken;
-  EXPECT_EQ(runJob(JobsManager(broken), job(R"({"id":"3","type":"get_processes"})")),
-            (JobResult{3, "Error - unable to finish job", 0}));
-  EXPECT_EQ(log.messages(), std::vector<std::string>{"Unable to finish job, no runner: get_processes"});
+  BrokenHost broken;
+  const Json listing = job(R"({"id":"3","type":"get_processes"})");
+  broken.fail = [] { throw std::runtime_error("no runner"); };
+  EXPECT_EQ(runJob(JobsManager(broken), listing), (JobResult{3, "Error - unable to finish job", 0}));
+  broken.fail = [] { throw 42; };
+  EXPECT_EQ(runJob(JobsManager(broken), listing), (JobResult{3, "Error - unable to finish job", 0}));
+  EXPECT_EQ(log.messages(), (std::vector<std::string>{"Unable to finish job, no runner: get_processes",
+                                                      "Unable to finish job, unknown error: get_processes"}));
 }
 
 }  // namespace

@@ -101,6 +101,25 @@ TEST(ParseJson, readsVeryManyKeysInReasonableTime) {
   EXPECT_EQ(value->size(), 300'000U);
 }
 
+TEST(ParseJson, movesWhatAHostileNestingWouldCopyOverAndOver) {
+  // Objects of two keys around a big list: a copy of the inner one at every level would take very long.
+  std::string text = "[";
+  for (int i = 0; i < 300'000; ++i) text += "[],";
+  text.back() = ']';
+  for (int level = 0; level < 500; ++level) text = R"({"a":)" + text + R"(,"b":0})";
+  std::string problem;
+  EXPECT_TRUE(parseJson(text, problem)) << problem;
+}
+
+TEST(ParseJson, quotesNoMoreThanALittleOfWhatItCouldNotRead) {
+  std::string problem;
+  EXPECT_FALSE(parseJson("{\"a\":\"" + std::string(1'000'000, 'x'), problem));
+  EXPECT_EQ(problem.size(), 300U);
+  EXPECT_TRUE(problem.starts_with("parse error at line 1, column")) << problem;
+  EXPECT_FALSE(parseJson("{\"a\":\"" + std::string(1000, '\xE2'), problem));
+  EXPECT_TRUE(compactText(Json(problem), problem)) << "the description is not well-formed UTF-8";
+}
+
 TEST(ParseJson, survivesRandomBytes) {
   std::mt19937 random(20240531);
   const std::string alphabet = R"({}[]":,0123456789.eE+-truefalsn\u"d8 )";
@@ -179,7 +198,9 @@ TEST(Values, ofSomethingThatIsNoDictionaryAreMissing) {
     EXPECT_EQ(integerValue(value, "key"), std::nullopt);
     EXPECT_EQ(doubleValue(value, "key"), std::nullopt);
     EXPECT_EQ(stringValue(value, "key"), std::nullopt);
-    EXPECT_EQ(objectListValue(value, "key"), std::nullopt);
+    Json taken = value;
+    EXPECT_EQ(takeObjectList(taken, "key"), std::nullopt);
+    EXPECT_EQ(taken, value);
   }
 }
 
@@ -199,8 +220,8 @@ TEST(Values, aListCountsOnlyWhenAllItsElementsAreObjects) {
       {"\"[]\"", std::nullopt},
   };
   for (const Case& c : cases) {
-    const auto list =
-        objectListValue(JSONUtilities::jsonToDictionary(std::string(R"({"key":)") + c.list + "}"), "key");
+    Json dictionary = JSONUtilities::jsonToDictionary(std::string(R"({"key":)") + c.list + "}");
+    const auto list = takeObjectList(dictionary, "key");
     EXPECT_EQ(list ? std::optional(list->size()) : std::nullopt, c.size) << c.list;
   }
 }
@@ -219,6 +240,7 @@ TEST(PrintedForm, isTheDictionaryInSquareBrackets) {
       {R"({"in":{"a":{"b":{}}}})", R"(["in": ["a": ["b": [:]]]])"},
       {R"({"q":"say \"hi\" \\ bye"})", R"(["q": "say \"hi\" \\ bye"])"},
       {R"({"c":"\n\r\t\u0000\u0007\u001f\u007f"})", R"(["c": "\n\r\t\0\u{07}\u{1F}\u{7F}"])"},
+      {R"({"c":"\u0080\u0085\u009f\u00a0"})", "[\"c\": \"\\u{80}\\u{85}\\u{9F}\u00a0\"]"},
       {R"({"u":"José 😀"})", R"(["u": "José 😀"])"},
       {R"({"a b":1.5})", R"(["a b": 1.5])"},
   };
