@@ -8,14 +8,21 @@
 #include "platform/event_log.h"
 #include "platform/host.h"
 #include "platform/host_info.h"
+#include "platform/in_flight_limit.h"
 #include "platform/main_queue.h"
 #include "platform/process_setup.h"
 #include "platform/work_queue.h"
 
 namespace {
 
+/// Every answer's jobs get a queue of their own, so that a tool that hangs holds up nothing else. Only so
+/// many can hang at once: each holds a thread and three descriptors, and the check-ins must not run out of
+/// them.
 bool startBatch(const std::string& label, std::function<void()> work) {
-  return msp::WorkQueue(label).submit(std::move(work));
+  static msp::InFlightLimit limit(256);
+  auto underWay = limit.tryStart();
+  if (!underWay) return false;
+  return msp::WorkQueue(label).submit([work = std::move(work), underWay = std::move(underWay)] { work(); });
 }
 
 }  // namespace

@@ -10,17 +10,10 @@ namespace {
 constexpr char kAgentVersion[] = "3.3.1";
 constexpr double kNormalDelay = 30.0;  // seconds
 constexpr double kWaitingDelay = 1.0;  // seconds
+// With an interval of 0 the agent must hold steady, not grow.
 constexpr int kMostCheckInsUnderWay = 64;
 
 }  // namespace
-
-std::shared_ptr<const void> CheckInLimit::tryStart() {
-  if (underWay_->fetch_add(1) >= kMostCheckInsUnderWay) {
-    underWay_->fetch_sub(1);
-    return nullptr;
-  }
-  return {underWay_.get(), [underWay = underWay_](const void*) { underWay->fetch_sub(1); }};
-}
 
 MSPAgent::MSPAgent(MainQueue& mainQueue, Logger& logger, const std::string& directory, const Host& host,
                    HttpClient& http, BatchStarter startBatch)
@@ -28,7 +21,8 @@ MSPAgent::MSPAgent(MainQueue& mainQueue, Logger& logger, const std::string& dire
       checkInInterval_(kNormalDelay),
       mainQueue_(mainQueue),
       apiManager_(kAgentVersion, directory, host, http, std::move(startBatch)),
-      dataGatherer_(kAgentVersion, host, http) {
+      dataGatherer_(kAgentVersion, host, http),
+      checkInLimit_(kMostCheckInsUnderWay) {
   logger.trimLog();
   logEvent("Starting up: version " + appVersion_);
   if (apiManager_.readyForUse()) {

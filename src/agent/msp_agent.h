@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
 #include <string>
 
 #include "agent/logger.h"
@@ -9,20 +7,10 @@
 #include "inventory/data_gatherer.h"
 #include "platform/host.h"
 #include "platform/http_client.h"
+#include "platform/in_flight_limit.h"
 #include "platform/main_queue.h"
 
 namespace msp {
-
-/// Lets at most 64 check-ins be under way at once: with an interval of 0 the agent must hold steady.
-/// Safe on any thread.
-class CheckInLimit {
- public:
-  /// Held for as long as a check-in is under way; nothing when there are too many.
-  [[nodiscard]] std::shared_ptr<const void> tryStart();
-
- private:
-  std::shared_ptr<std::atomic<int>> underWay_ = std::make_shared<std::atomic<int>>(0);
-};
 
 /// The agent: registers, then checks in at every tick, for the life of the process.
 class MSPAgent {
@@ -49,7 +37,7 @@ class MSPAgent {
   MainQueue& mainQueue_;
   APIManager apiManager_;
   DataGatherer dataGatherer_;
-  CheckInLimit checkInLimit_;
+  InFlightLimit checkInLimit_;
 };
 
 }  // namespace msp

@@ -49,7 +49,7 @@ GatheredData DataGatherer::State::refresh() {
   collectComputerName(report, host);
   collectUserName(report, *taskRunner);
   collectLocalAddress(report, activeNetwork, *taskRunner);
-  // The look-up started here is answered in time for the next refresh.
+  // What the look-up started here finds is for a later refresh.
   report.wan_ipv4_address = wanAddress.current();
   if (!isWanAddressRecent(lastWanUpdate, report.wan_ipv4_address, std::chrono::system_clock::now())) {
     wanAddress.startLookup();

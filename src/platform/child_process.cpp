@@ -20,6 +20,9 @@ namespace {
 /// How often to look after a child for which there is no exit descriptor.
 constexpr int kLookIntervalMilliseconds = 50;
 
+/// The most bytes kept of one stream: a tool that never stops printing must not take all memory.
+constexpr std::size_t kMostOutput = std::size_t{64} * 1024 * 1024;
+
 bool holdsNul(const std::string& text) { return text.find('\0') != std::string::npos; }
 
 /// posix_spawn(3)'s settings, released at the end of the scope.
@@ -64,7 +67,7 @@ void readChunk(Descriptor& stream, std::string& text) {
   char chunk[16384];
   const ssize_t length = ::read(stream.number(), chunk, sizeof chunk);
   if (length > 0) {
-    text.append(chunk, static_cast<std::size_t>(length));
+    text.append(chunk, std::min(static_cast<std::size_t>(length), kMostOutput - text.size()));
   } else if (length == 0 || errno != EINTR) {
     stream.close();
   }
@@ -74,7 +77,7 @@ void readChunk(Descriptor& stream, std::string& text) {
 void readBuffered(Descriptor& stream, std::string& text) {
   int buffered = 0;
   if (!stream || ::ioctl(stream.number(), FIONREAD, &buffered) != 0) return;
-  const std::size_t end = text.size() + static_cast<std::size_t>(buffered);
+  const std::size_t end = std::min(text.size() + static_cast<std::size_t>(buffered), kMostOutput);
   while (stream && text.size() < end) readChunk(stream, text);
 }
 

@@ -33,7 +33,7 @@ class ChildProcess {
   /// EINVAL for text that holds a NUL character.
   [[nodiscard]] int launch(std::string path, std::vector<std::string> arguments, Output output);
 
-  /// Appends what a launched child prints until it exits, and what the pipes still hold then; whoever else
+  /// Appends, up to 64 MiB a stream, what a launched child prints until it exits, and what the pipes still hold then; whoever else
   /// keeps a pipe open is not waited for. The exit status, or the signal's number for a child that was
   /// killed.
   int collectUntilExit(std::string& output, std::string& error);

@@ -16,6 +16,9 @@ namespace {
 
 using Clock = CurlExchange::Clock;
 
+/// Some versions of curl keep every header, however many come.
+constexpr std::size_t kMostHeaderBytes = std::size_t{256} * 1024;
+
 /// The latest time the clock can express stands for all that lie beyond it.
 Clock::time_point later(Clock::time_point time, std::chrono::milliseconds delay) {
   const auto room = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::time_point::max() - time);
@@ -71,6 +74,7 @@ void CurlExchange::beginAttempt() {
   lastActivity_ = Clock::now();
   hasActivity_ = false;
   sent_ = 0;
+  headerBytes_ = 0;
   body_.clear();
   bodyTooLarge_ = false;
   error_[0] = '\0';
@@ -179,8 +183,11 @@ std::size_t CurlExchange::onBody(char* bytes, std::size_t size, std::size_t coun
 
 std::size_t CurlExchange::onHeader(char* /*bytes*/, std::size_t size, std::size_t count,
                                    void* exchange) noexcept {
-  static_cast<CurlExchange*>(exchange)->noteActivity();
-  return size * count;
+  auto& self = *static_cast<CurlExchange*>(exchange);
+  const std::size_t length = size * count;
+  self.noteActivity();
+  self.headerBytes_ += length;
+  return self.headerBytes_ <= kMostHeaderBytes ? length : 0;
 }
 
 int CurlExchange::onProgress(void* exchange, curl_off_t /*toReceive*/, curl_off_t /*received*/,

@@ -94,6 +94,7 @@ class CurlExchange {
   bool hasActivity_ = false;
   int redirects_ = 0;
   curl_off_t sent_ = 0;
+  std::size_t headerBytes_ = 0;
   std::string body_;
   bool bodyTooLarge_ = false;
   std::array<char, CURL_ERROR_SIZE> error_{};

@@ -215,7 +215,11 @@ void CurlHttpClient::Transport::wait() {
   const int left = millisecondsUntil(due);
   if (transfers_ > 0) {
     curl_waitfd wakeUp{wakePipe_.readable(), CURL_WAIT_POLLIN, 0};
-    curl_multi_wait(multi_.get(), &wakeUp, 1, left, nullptr);
+    if (curl_multi_wait(multi_.get(), &wakeUp, 1, left, nullptr) == CURLM_OK) return;
+    // It cannot wait, without memory for instance: a moment's pause, lest the loop turn at full speed.
+    constexpr int kPauseMilliseconds = 100;
+    pollfd pause{wakePipe_.readable(), POLLIN, 0};
+    poll(&pause, 1, std::min(left, kPauseMilliseconds));
   } else {
     pollfd wakeUp{wakePipe_.readable(), POLLIN, 0};
     poll(&wakeUp, 1, exchanges_.empty() ? -1 : left);
@@ -291,13 +295,18 @@ void CurlHttpClient::Transport::transfer(CurlExchange& exchange) {
 }
 
 void CurlHttpClient::Transport::performTransfers() {
-  int running = 0;
-  curl_multi_perform(multi_.get(), &running);
-  int left = 0;
-  while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
-    char* exchange = nullptr;
-    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
-    transferEnded(*static_cast<CurlExchange*>(static_cast<void*>(exchange)), message->data.result);
+  bool anyEnded = true;
+  // Once more after a completion: while it ran, data came in for others, who must not count as idle.
+  while (std::exchange(anyEnded, false)) {
+    int running = 0;
+    curl_multi_perform(multi_.get(), &running);
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
+      anyEnded = true;
+      char* exchange = nullptr;
+      curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
+      transferEnded(*static_cast<CurlExchange*>(static_cast<void*>(exchange)), message->data.result);
+    }
   }
 }
 

@@ -25,6 +25,9 @@ class Descriptor {
   [[nodiscard]] int number() const { return number_; }
   explicit operator bool() const { return number_ >= 0; }
 
+  /// The number, which the caller is to close from now on.
+  [[nodiscard]] int release() { return std::exchange(number_, -1); }
+
   void close() {
     if (number_ >= 0) ::close(std::exchange(number_, -1));
   }

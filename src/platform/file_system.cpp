@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "platform/descriptors.h"
+#include "platform/disk_flush.h"
 
 namespace msp {
 namespace {
@@ -55,8 +56,16 @@ std::optional<FileError> writeAll(const Descriptor& file, std::string_view conte
 }
 
 std::optional<FileError> flush(const Descriptor& file) {
-  if (uninterrupted([&] { return fsync(file.number()); }) != 0) return lastError();
+  if (uninterrupted([&] { return flushToDisk(file.number()); }) != 0) return lastError();
   return std::nullopt;
+}
+
+/// Makes a rename in the path's directory last. Not every file system can, and the file is whole anyway.
+void flushDirectoryOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const Descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (opened) fsync(opened.number());
 }
 
 struct TemporaryFile {
@@ -80,6 +89,7 @@ std::optional<FileError> fillAndRename(const TemporaryFile& temporary, std::stri
   if (auto error = writeAll(temporary.file, content)) return error;
   if (auto error = flush(temporary.file)) return error;
   if (std::rename(temporary.path.c_str(), path.c_str()) != 0) return lastError();
+  flushDirectoryOf(path);
   return std::nullopt;
 }
 

@@ -26,7 +26,7 @@ LookupAnswer resolveHost(const std::string& host);
 /// turn. A name asked for again while it is under way is looked up once. Safe on any thread.
 class NameLookup {
  public:
-  static constexpr std::size_t kMostThreads = 16;
+  static constexpr std::size_t kMostThreads = 64;
 
   /// Gets each answer, on a look-up thread or inside start(); it must only hand the answer on, and not call
   /// back into this object. It is not called any more once the object is gone.

@@ -10,8 +10,8 @@ namespace msp {
 /// Runs the operating system's tools and hands back what they printed.
 ///
 /// Every failure (unknown name, refused launch, malformed bytes) is an empty string; the reason is
-/// in the event log. A call blocks until the tool exits, without time-out. Not for two threads at
-/// once: make your own.
+/// in the event log. A call blocks until the tool exits, without time-out. Of an output beyond 64 MiB the
+/// rest is dropped. Not for two threads at once: make your own.
 class TaskRunner {
  public:
   TaskRunner();

@@ -177,18 +177,5 @@ TEST_F(MSPAgentTest, hasAtMostSixtyFourCheckInsUnderWay) {
   EXPECT_EQ(posts().size(), 65U);
 }
 
-TEST(CheckInLimit, countsWhatIsUnderWay) {
-  CheckInLimit limit;
-  std::vector<std::shared_ptr<const void>> underWay;
-  for (int i = 0; i < 64; ++i) {
-    underWay.push_back(limit.tryStart());
-    ASSERT_TRUE(underWay.back());
-  }
-  EXPECT_FALSE(limit.tryStart());
-  EXPECT_FALSE(limit.tryStart()) << "a refusal must not count";
-  underWay.pop_back();
-  EXPECT_TRUE(limit.tryStart());
-}
-
 }  // namespace
 }  // namespace msp

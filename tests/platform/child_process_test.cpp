@@ -237,6 +237,16 @@ TEST_P(Collecting, takesMoreThanPipesHold) {
   });
 }
 
+TEST_P(Collecting, keepsNoMoreThanSixtyFourMebibytesOfAStream) {
+  constexpr std::size_t kMost = 64 << 20;
+  const std::string program = tool("endless", "head -c " + std::to_string(kMost + 100'000) + " /dev/zero");
+  inSurroundings([&] {
+    const Printed printed = run(program);
+    EXPECT_EQ(printed.status, 0) << "a tool that prints too much must not be stopped by a full pipe";
+    EXPECT_EQ(printed.output.size(), kMost);
+  });
+}
+
 TEST_P(Collecting, doesNotWaitForAGrandchildThatHoldsTheStreams) {
   inSurroundings([&] {
     for (const Output output : {Output::separate, Output::merged}) {

@@ -290,6 +290,18 @@ TEST_F(CurlHttpClientTest, aBodyOver64MiBIsAFailure) {
   EXPECT_EQ(askFor(client, get(server.url())), "error: The answer is larger than 64 MiB.");
 }
 
+TEST_F(CurlHttpClientTest, refusesHeadersWithoutEnd) {
+  LoopbackServer server([](ServerConnection& connection) {
+    connection.readRequest();
+    connection.write("HTTP/1.1 200 OK\r\n");
+    const std::string header = "X: " + std::string(1000, 'x') + "\r\n";
+    while (connection.write(header)) {
+    }
+  });
+  CurlHttpClient client(surroundings());
+  EXPECT_EQ(askFor(client, get(server.url())), "error: Failed writing header");
+}
+
 /// More than 64 MiB of zeros as gzip(1) would write them, in some 400 kB: one zero, then copies of it.
 std::string compressedZeros() {
   std::string bytes("\x1f\x8b\x08\0\0\0\0\0\x02\x03", 10);

@@ -1,6 +1,7 @@
 #include "platform/main_queue.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <limits>
 #include <string>
@@ -53,6 +54,23 @@ TEST(MainQueue, keepsWorkWaitingWhoseDelayIsTooLongForTheClock) {
     });
     EXPECT_EQ(runUntilEnough(*queue, order), std::vector<std::string>{"in time"}) << delay;
   }
+}
+
+TEST(MainQueue, keepsItsTimesWhenTheSystemGivesNoDescriptors) {
+  const auto queue = makeMainQueue();
+  std::vector<std::string> order;
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  queue->runAfter(1e308, [&] { order.emplace_back("too early"); });
+  queue->runAfter(0.02, [&] {
+    order.emplace_back("last");
+    throw Enough();
+  });
+  queue->runAfter(0.01, [&] { order.emplace_back("first"); });
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(runUntilEnough(*queue, order), (std::vector<std::string>{"first", "last"}));
 }
 
 TEST(MainQueue, goesOnWithWorkThatArmsItselfAgain) {

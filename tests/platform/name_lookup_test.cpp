@@ -85,13 +85,15 @@ TEST(NameLookup, everyNameIsAnswered) {
   }
 }
 
-TEST(NameLookup, atMostSixteenRunAtOnceAndTheOthersWaitTheirTurn) {
+TEST(NameLookup, onlySoManyRunAtOnceAndTheOthersWaitTheirTurn) {
   LookupRecord record;
   NameLookup lookup(record.resolver(), record.sink());
-  for (int i = 0; i < 40; ++i) lookup.start(hostOf(i));
+  constexpr int kNames = 100;
+  static_assert(kNames > NameLookup::kMostThreads);
+  for (int i = 0; i < kNames; ++i) lookup.start(hostOf(i));
   record.waitForRunning(NameLookup::kMostThreads);
   record.open();
-  record.waitForAnswers(40);
+  record.waitForAnswers(kNames);
   EXPECT_EQ(record.mostAtOnce(), NameLookup::kMostThreads);
 }
 
@@ -123,15 +125,16 @@ TEST(NameLookup, aNameAnsweredBeforeIsLookedUpAgain) {
 TEST(NameLookup, aForgottenNameIsNotLookedUpWhenItsTurnComes) {
   LookupRecord record;
   NameLookup lookup(record.resolver(), record.sink());
-  for (int i = 0; i < 18; ++i) lookup.start(hostOf(i));
+  constexpr int kFirstThatWaits = NameLookup::kMostThreads;
+  for (int i = 0; i < kFirstThatWaits + 2; ++i) lookup.start(hostOf(i));
   record.waitForRunning(NameLookup::kMostThreads);
-  lookup.forget(hostOf(0));   // too late
-  lookup.forget(hostOf(16));  // still waiting
+  lookup.forget(hostOf(0));                // too late
+  lookup.forget(hostOf(kFirstThatWaits));  // still waiting
   record.open();
-  record.waitForAnswers(17);
+  record.waitForAnswers(kFirstThatWaits + 1);
   EXPECT_EQ(record.calls(hostOf(0)), 1);
-  EXPECT_EQ(record.calls(hostOf(16)), 0);
-  EXPECT_EQ(record.calls(hostOf(17)), 1);
+  EXPECT_EQ(record.calls(hostOf(kFirstThatWaits)), 0);
+  EXPECT_EQ(record.calls(hostOf(kFirstThatWaits + 1)), 1);
 }
 
 TEST(NameLookup, nothingIsToldOnceTheObjectIsGone) {
