@@ -5,9 +5,8 @@
 //
 //   --port N          the port; any free one when it is not given
 //   --port-file FILE  takes the server's URL as soon as it listens
-//   --lab FOLDER      takes etc/hosts and etc/ca-certificates.crt, by which a simulated Mac finds the
-//   stand-in
-//                     for the public-address service
+//   --lab FOLDER      takes etc/hosts and etc/ca-certificates.crt, by which a simulated Mac finds
+//                     the stand-in for the public-address service
 //   --summary FILE    takes what was seen, as JSON, at the end
 
 #include <pthread.h>
