@@ -4,6 +4,8 @@
 
 namespace msp {
 
-void keepAllocatorSmall() { mallopt(M_ARENA_MAX, 1); }
+void keepAllocatorSmall() {
+  mallopt(M_ARENA_MAX, 1);  // NOLINT(concurrency-mt-unsafe): there are no threads yet
+}
 
 }  // namespace msp
