@@ -9,7 +9,8 @@ namespace msp {
 /// system keeps thread names. False when the system refuses another thread.
 [[nodiscard]] bool startBackgroundThread(const std::string& label, std::function<void()> body);
 
-/// Gives the calling thread the utility quality of service and the name; does nothing where there is no such thing.
+/// Gives the calling thread the utility quality of service and the name; does nothing where there is no such
+/// thing.
 void becomeBackgroundThread(const std::string& label);
 
 }  // namespace msp

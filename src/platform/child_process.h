@@ -33,9 +33,9 @@ class ChildProcess {
   /// EINVAL for text that holds a NUL character.
   [[nodiscard]] int launch(std::string path, std::vector<std::string> arguments, Output output);
 
-  /// Appends, up to 64 MiB a stream, what a launched child prints until it exits, and what the pipes still hold then; whoever else
-  /// keeps a pipe open is not waited for. The exit status, or the signal's number for a child that was
-  /// killed.
+  /// Appends, up to 64 MiB a stream, what a launched child prints until it exits, and what the pipes still
+  /// hold then; whoever else keeps a pipe open is not waited for. The exit status, or the signal's number for
+  /// a child that was killed.
   int collectUntilExit(std::string& output, std::string& error);
 
   /// After the exit: appends what others still print to standard output, up to its end. What they print to

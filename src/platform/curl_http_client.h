@@ -27,10 +27,10 @@ struct HttpSurroundings {
 
 /// Sends requests over libcurl, all on one thread, which sleeps while there are none.
 ///
-/// Connections that the server keeps open are used again. A server or a name look-up that hangs costs only the
-/// request that needs it; but all completions share the one thread. The limits run on the monotonic clock; a request
-/// that exceeds one fails with "The request timed out.", a URL that is not http or https with "unsupported
-/// URL". The process's environment has no say.
+/// Connections that the server keeps open are used again. A server or a name look-up that hangs costs only
+/// the request that needs it; but all completions share the one thread. The limits run on the monotonic
+/// clock; a request that exceeds one fails with "The request timed out.", a URL that is not http or https
+/// with "unsupported URL". The process's environment has no say.
 class CurlHttpClient : public HttpClient {
  public:
   /// Throws std::system_error when the system gives no thread or no descriptors.
