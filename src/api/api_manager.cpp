@@ -18,7 +18,7 @@ APIManager::APIManager(std::string agentVersion, const std::string& directory, c
       host_(host),
       http_(http),
       transport_(http),
-      jobsManager_(host),
+      jobsManager_(host, http),
       startBatch_(std::move(startBatch)) {
   loadConfig();
 }

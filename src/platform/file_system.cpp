@@ -1,5 +1,6 @@
 #include "platform/file_system.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,11 +10,13 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <system_error>
 #include <utility>
 
 #include "platform/descriptors.h"
 #include "platform/disk_flush.h"
+#include "platform/hidden_flag.h"
 
 namespace msp {
 namespace {
@@ -113,6 +116,28 @@ std::optional<FileError> overwrite(const Descriptor& file, std::string_view cont
 bool fileExists(const std::string& path) {
   struct stat status {};
   return isPath(path) && stat(path.c_str(), &status) == 0;
+}
+
+std::variant<std::vector<std::string>, FileError> visibleDirectories(const std::string& path) {
+  if (!isPath(path)) return errorOf(ENOENT);
+  const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
+  if (!directory) return lastError();
+  std::vector<std::string> names;
+  while (true) {
+    errno = 0;
+    const dirent* const entry =
+        readdir(directory.get());  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    if (entry == nullptr) break;
+    struct stat status {};
+    if (entry->d_name[0] == '.' ||
+        fstatat(dirfd(directory.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !S_ISDIR(status.st_mode) || isHidden(status)) {
+      continue;
+    }
+    names.emplace_back(entry->d_name);
+  }
+  if (errno != 0) return lastError();
+  return names;
 }
 
 std::variant<std::string, FileError> readFile(const std::string& path) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 /// Files, through POSIX. Paths are absolute or relative to the working directory. Safe on any thread.
 namespace msp {
@@ -17,6 +18,10 @@ struct FileError {
 
 /// Whether something exists at the path, symbolic links followed.
 bool fileExists(const std::string& path);
+
+/// Names of the directories in a directory: hidden ones (a name that begins with "." and, on macOS, the
+/// hidden flag), symbolic links and whatever cannot be looked at are left out. In no particular order.
+std::variant<std::vector<std::string>, FileError> visibleDirectories(const std::string& path);
 
 /// The whole content of a regular file. Anything else there (a directory, a pipe) is an error, never a wait.
 std::variant<std::string, FileError> readFile(const std::string& path);

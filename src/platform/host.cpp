@@ -16,10 +16,16 @@ class SystemHost : public Host {
   }
   [[nodiscard]] std::optional<std::string> computerName() const override { return msp::computerName(); }
   [[nodiscard]] double uptime() const override { return systemUptime(); }
+  [[nodiscard]] std::string macOSVersion() const override { return msp::macOSVersion(); }
   [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override {
     auto content = readFile(path);
     if (auto* bytes = std::get_if<std::string>(&content)) return std::move(*bytes);
     return std::nullopt;
+  }
+  [[nodiscard]] bool fileExists(const std::string& path) const override { return msp::fileExists(path); }
+  [[nodiscard]] std::variant<std::vector<std::string>, FileError> visibleDirectories(
+      const std::string& path) const override {
+    return msp::visibleDirectories(path);
   }
 };
 

@@ -3,7 +3,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
+#include <vector>
 
+#include "platform/file_system.h"
 #include "platform/task_runner.h"
 
 namespace msp {
@@ -23,8 +26,19 @@ class Host {
   /// Seconds since boot, with fractions.
   [[nodiscard]] virtual double uptime() const = 0;
 
+  /// The version of macOS, for instance "14.5"; "" when this is another system or it does not say.
+  [[nodiscard]] virtual std::string macOSVersion() const = 0;
+
   /// The whole content of a file; nothing when it cannot be read.
   [[nodiscard]] virtual std::optional<std::string> fileContent(const std::string& path) const = 0;
+
+  /// Whether something exists at the path, symbolic links followed.
+  [[nodiscard]] virtual bool fileExists(const std::string& path) const = 0;
+
+  /// Names of the directories in a directory: hidden ones, symbolic links and whatever cannot be looked at
+  /// are left out. In no particular order.
+  [[nodiscard]] virtual std::variant<std::vector<std::string>, FileError> visibleDirectories(
+      const std::string& path) const = 0;
 };
 
 /// The machine this process runs on. Lives as long as the process.

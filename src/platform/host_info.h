@@ -9,6 +9,9 @@ namespace msp {
 /// The user-visible computer name in any script; nothing when there is none.
 std::optional<std::string> computerName();
 
+/// The version of macOS, for instance "14.5"; "" when this is another system or it does not say.
+std::string macOSVersion();
+
 /// Seconds since boot, with fractions.
 double systemUptime();
 

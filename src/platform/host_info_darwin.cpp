@@ -1,6 +1,9 @@
 #include <SystemConfiguration/SystemConfiguration.h>
 #include <mach-o/dyld.h>
+#include <sys/sysctl.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
@@ -15,6 +18,13 @@ std::optional<std::string> computerName() {
   const CFOwned<CFStringRef> name(SCDynamicStoreCopyComputerName(nullptr, nullptr));
   if (name == nullptr || CFStringGetLength(name.get()) == 0) return std::nullopt;
   return textOf(name.get());
+}
+
+std::string macOSVersion() {
+  std::array<char, 32> version{};
+  std::size_t size = version.size() - 1;  // the last byte stays NUL
+  if (sysctlbyname("kern.osproductversion", version.data(), &size, nullptr, 0) != 0) return "";
+  return version.data();
 }
 
 double systemUptime() {

@@ -17,6 +17,8 @@ std::optional<std::string> computerName() {
   return repairText(name.data());
 }
 
+std::string macOSVersion() { return ""; }
+
 double systemUptime() {
   constexpr double kNanosecond = 1e-9;
   std::timespec sinceBoot{};

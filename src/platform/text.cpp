@@ -58,6 +58,23 @@ std::string_view trimCharacters(std::string_view text, Predicate isTrimmed) {
   return text;
 }
 
+/// Pieces between single characters of a kind, empty ones kept. Malformed bytes belong to their piece.
+template <typename Predicate>
+std::vector<std::string_view> splitAtCharacters(std::string_view text, Predicate isSeparator) {
+  std::vector<std::string_view> pieces;
+  std::size_t begin = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const DecodedCharacter next = firstCharacter(text.substr(at));
+    if (next.wellFormed && isSeparator(next.character)) {
+      pieces.push_back(text.substr(begin, at - begin));
+      begin = at + next.length;
+    }
+    at += next.length;
+  }
+  pieces.push_back(text.substr(begin));
+  return pieces;
+}
+
 /// How many of the first bytes are well-formed; looks at eight ASCII bytes at a time.
 std::size_t wellFormedLength(std::string_view bytes) {
   constexpr std::uint64_t kHighBits = 0x8080808080808080U;
@@ -115,6 +132,23 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
     text.remove_prefix(end + 1);
   }
   pieces.push_back(text);
+  return pieces;
+}
+
+std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator) {
+  auto pieces = split(text, separator);
+  std::erase_if(pieces, [](std::string_view piece) { return piece.empty(); });
+  return pieces;
+}
+
+std::vector<std::string_view> splitAtWhiteSpace(std::string_view text) {
+  return splitAtCharacters(text, isWhiteSpace);
+}
+
+std::vector<std::string_view> tokens(std::string_view text) {
+  auto pieces = splitAtCharacters(
+      text, [](char32_t character) { return isWhiteSpace(character) || isNewline(character); });
+  std::erase_if(pieces, [](std::string_view piece) { return piece.empty(); });
   return pieces;
 }
 

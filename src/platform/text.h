@@ -20,6 +20,16 @@ std::vector<std::string_view> words(std::string_view text);
 /// Pieces between single separators, empty ones kept: "a  b" at ' ' gives "a", "", "b".
 std::vector<std::string_view> split(std::string_view text, char separator);
 
+/// Pieces between separators, without the empty ones: ":a::b" at ':' gives "a", "b".
+std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator);
+
+/// Pieces between white space characters (TAB and category Zs), each single one a cut; empty pieces are kept.
+/// Newline characters cut nothing: "ls  -l\n" gives "ls", "", "-l\n".
+std::vector<std::string_view> splitAtWhiteSpace(std::string_view text);
+
+/// Pieces between white space and newline characters, without the empty ones: " a\t\nb " gives "a", "b".
+std::vector<std::string_view> tokens(std::string_view text);
+
 /// Without the blanks and tabs at both ends.
 std::string_view trimBlanks(std::string_view text);
 

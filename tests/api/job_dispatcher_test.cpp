@@ -8,6 +8,7 @@
 
 #include "support/captured_log.h"
 #include "support/fake_host.h"
+#include "support/fake_http_client.h"
 
 namespace msp {
 namespace {
@@ -18,7 +19,8 @@ class JobDispatcherTest : public testing::Test {
  protected:
   const test::CapturedLog log;
   test::FakeHost host;
-  JobsManager jobs{host};
+  test::FakeHttpClient http;
+  JobsManager jobs{host, http};
 };
 
 TEST_F(JobDispatcherTest, handsAJobToItsHandler) {
@@ -74,9 +76,9 @@ TEST_F(JobDispatcherTest, losesOneResultToAHandlerThatThrows) {
   BrokenHost broken;
   const Json listing = job(R"({"id":"3","type":"get_processes"})");
   broken.fail = [] { throw std::runtime_error("no runner"); };
-  EXPECT_EQ(runJob(JobsManager(broken), listing), (JobResult{3, "Error - unable to finish job", 0}));
+  EXPECT_EQ(runJob(JobsManager(broken, http), listing), (JobResult{3, "Error - unable to finish job", 0}));
   broken.fail = [] { throw 42; };
-  EXPECT_EQ(runJob(JobsManager(broken), listing), (JobResult{3, "Error - unable to finish job", 0}));
+  EXPECT_EQ(runJob(JobsManager(broken, http), listing), (JobResult{3, "Error - unable to finish job", 0}));
   EXPECT_EQ(log.messages(), (std::vector<std::string>{"Unable to finish job, no runner: get_processes",
                                                       "Unable to finish job, unknown error: get_processes"}));
 }

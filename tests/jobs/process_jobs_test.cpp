@@ -9,6 +9,7 @@
 #include "jobs/jobs_manager.h"
 #include "support/captured_log.h"
 #include "support/fake_host.h"
+#include "support/fake_http_client.h"
 #include "support/machine_files.h"
 
 namespace msp {
@@ -151,10 +152,11 @@ TEST(ParseProcesses, wellFormedLinesComeBackAsTheyWere) {
 class ListProcesses : public testing::Test {
  protected:
   JobResult run() {
-    return JobsManager(host_).listProcesses(Job::parse(R"({"id": "8", "type": "get_processes"})"));
+    return JobsManager(host_, http_).listProcesses(Job::parse(R"({"id": "8", "type": "get_processes"})"));
   }
 
   test::FakeHost host_;
+  test::FakeHttpClient http_;
   test::CapturedLog log_;
 };
 

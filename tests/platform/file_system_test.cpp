@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <csignal>
@@ -105,6 +106,30 @@ TEST(FileExists, followsSymbolicLinks) {
   EXPECT_FALSE(fileExists(directory.file("absent")));
   EXPECT_FALSE(fileExists(""));
   EXPECT_FALSE(fileExists(directory.file("file\0.txt"s))) << "a NUL does not end the path";
+}
+
+TEST(VisibleDirectories, areNeitherHiddenNorLinksNorFiles) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path root = directory.path();
+  for (const char* name : {"ana", "Shared", ".hidden", "with blank"}) create_directory(root / name);
+  write(root / "file", "x");
+  create_directory_symlink(root / "ana", root / "link");
+  auto found = visibleDirectories(root.string());
+  auto& names = std::get<std::vector<std::string>>(found);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"Shared", "ana", "with blank"}));
+}
+
+TEST(VisibleDirectories, ofWhatCannotBeListedAreAnError) {
+  const TemporaryDirectory directory;
+  const std::string file = directory.path() + "/file";
+  write(file, "x");
+  using Result = std::variant<std::vector<std::string>, FileError>;
+  EXPECT_EQ(visibleDirectories(file), Result(error(std::errc::not_a_directory)));
+  EXPECT_EQ(visibleDirectories(directory.path() + "/absent"),
+            Result(error(std::errc::no_such_file_or_directory)));
+  EXPECT_EQ(visibleDirectories(directory.path() + "\0x"s),
+            Result(error(std::errc::no_such_file_or_directory)));
 }
 
 TEST(ReadFile, givesTheWholeContentByteForByte) {

@@ -86,6 +86,54 @@ TEST(Split, keepsTheEmptyPieces) {
   for (const Case& row : cases) EXPECT_EQ(owned(split(row.text, row.separator)), row.expected) << row.name;
 }
 
+TEST(SplitNonEmpty, leavesTheEmptyPiecesOut) {
+  struct Case {
+    std::string name, text;
+    Pieces expected;
+  };
+  const Case cases[] = {
+      {"no text has no pieces", "", {}},
+      {"separators alone have none", "::", {}},
+      {"separators at the ends and in a row enclose nothing", ":a::b:", {"a", "b"}},
+      {"blanks are a piece", "a: :b", {"a", " ", "b"}},
+  };
+  for (const Case& row : cases) EXPECT_EQ(owned(splitNonEmpty(row.text, ':')), row.expected) << row.name;
+}
+
+TEST(SplitAtWhiteSpace, cutsAtEverySingleWhiteSpaceCharacterAndAtNoNewline) {
+  struct Case {
+    std::string name, text;
+    Pieces expected;
+  };
+  const Case cases[] = {
+      {"no text is one empty piece", "", {""}},
+      {"two blanks enclose an empty piece", "ls  -l", {"ls", "", "-l"}},
+      {"blanks at the ends leave empty pieces", " ls ", {"", "ls", ""}},
+      {"a tab cuts too", "a\tb", {"a", "b"}},
+      {"so does every blank of Unicode",
+       "a\u00A0b\u1680c\u2000d\u200Ae\u202Ff\u205Fg\u3000h",
+       {"a", "b", "c", "d", "e", "f", "g", "h"}},
+      {"a zero-width blank is none", "a\u200Bb", {"a\u200Bb"}},
+      {"no newline character cuts", "a\nb\r\v\f\u0085\u2028\u2029c", {"a\nb\r\v\f\u0085\u2028\u2029c"}},
+      {"malformed bytes belong to their piece", "a\xE3\x80 b\xFF", {"a\xE3\x80", "b\xFF"}},
+  };
+  for (const Case& row : cases) EXPECT_EQ(owned(splitAtWhiteSpace(row.text)), row.expected) << row.name;
+}
+
+TEST(Tokens, areTheNonEmptyPiecesBetweenWhiteSpaceAndNewlines) {
+  struct Case {
+    std::string name, text;
+    Pieces expected;
+  };
+  const Case cases[] = {
+      {"no text has none", "", {}},
+      {"white space and newlines alone have none", " \t\n\u2028\u3000", {}},
+      {"both kinds cut, in any mixture", "\n a \t\nb\u00A0c\u0085d\r\n", {"a", "b", "c", "d"}},
+      {"malformed bytes belong to their token", "\xFF a", {"\xFF", "a"}},
+  };
+  for (const Case& row : cases) EXPECT_EQ(owned(tokens(row.text)), row.expected) << row.name;
+}
+
 TEST(TrimBlanks, takesBlanksAndTabsOnly) {
   struct Case {
     std::string_view name, text, expected;

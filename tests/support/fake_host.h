@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "platform/host.h"
@@ -19,6 +20,9 @@ class FakeHost : public Host {
   std::optional<std::string> name = "Ana's Mac";
   double uptimeSeconds = 3600.5;
   std::map<std::string, std::string> files;
+  /// The directories in each directory that can be listed.
+  std::map<std::string, std::vector<std::string>> directories;
+  std::string systemVersion = "14.5";
 
   [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
     return std::make_unique<Shared>(*runner_);
@@ -28,6 +32,14 @@ class FakeHost : public Host {
   [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override {
     const auto found = files.find(path);
     return found == files.end() ? std::nullopt : std::optional(found->second);
+  }
+  [[nodiscard]] std::string macOSVersion() const override { return systemVersion; }
+  [[nodiscard]] bool fileExists(const std::string& path) const override { return files.count(path) > 0; }
+  [[nodiscard]] std::variant<std::vector<std::string>, FileError> visibleDirectories(
+      const std::string& path) const override {
+    const auto found = directories.find(path);
+    if (found == directories.end()) return FileError{"No such file or directory"};
+    return found->second;
   }
 
  private:
