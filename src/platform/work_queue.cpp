@@ -1,5 +1,6 @@
 #include "platform/work_queue.h"
 
+#include <condition_variable>
 #include <deque>
 #include <exception>
 #include <utility>
@@ -13,43 +14,53 @@ namespace msp {
 struct WorkQueue::State {
   explicit State(std::string queueLabel) : label(std::move(queueLabel)) {}
 
-  /// The next piece of work, or nothing: then the thread that asked is to end.
+  /// Waits for the next piece of work; nothing when there will be none.
   std::function<void()> takeNext() {
     const MutexLock lock(mutex);
-    if (pending.empty()) {
-      threadRuns = false;
-      return nullptr;
-    }
+    while (pending.empty() && !closed) changed.wait(mutex);
+    if (pending.empty()) return nullptr;
     std::function<void()> work = std::move(pending.front());
     pending.pop_front();
     return work;
   }
 
+  void close() {
+    const MutexLock lock(mutex);
+    closed = true;
+    changed.notify_one();
+  }
+
   const std::string label;
   Mutex mutex;
+  std::condition_variable_any changed;
   std::deque<std::function<void()>> pending MSP_GUARDED_BY(mutex);
   bool threadRuns MSP_GUARDED_BY(mutex) = false;
+  bool closed MSP_GUARDED_BY(mutex) = false;
 };
 
 WorkQueue::WorkQueue(std::string label) : state_(std::make_shared<State>(std::move(label))) {}
 
+WorkQueue::~WorkQueue() { state_->close(); }
+
 bool WorkQueue::submit(std::function<void()> work) {
   const MutexLock lock(state_->mutex);
-  state_->pending.push_back(std::move(work));
-  if (state_->threadRuns) return true;
-  state_->threadRuns = startBackgroundThread(state_->label, [state = state_] {
-    while (const auto next = state->takeNext()) {
-      try {
-        next();
-      } catch (const std::exception& error) {
-        logEvent(std::string("Background work failed: ") + error.what());
-      } catch (...) {
-        logEvent("Background work failed: unknown error");
+  if (!state_->threadRuns) {
+    state_->threadRuns = startBackgroundThread(state_->label, [state = state_] {
+      while (const auto next = state->takeNext()) {
+        try {
+          next();
+        } catch (const std::exception& error) {
+          logEvent(std::string("Background work failed: ") + error.what());
+        } catch (...) {
+          logEvent("Background work failed: unknown error");
+        }
       }
-    }
-  });
-  if (!state_->threadRuns) state_->pending.pop_back();
-  return state_->threadRuns;
+    });
+  }
+  if (!state_->threadRuns) return false;
+  state_->pending.push_back(std::move(work));
+  state_->changed.notify_one();
+  return true;
 }
 
 }  // namespace msp

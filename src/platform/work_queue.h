@@ -8,12 +8,15 @@ namespace msp {
 
 /// A serial queue of background work with a thread of its own, of utility quality of service.
 ///
-/// The thread lives only while there is work, so an idle queue costs nothing. Work already submitted is
-/// still done when the queue object is gone. Safe on any thread.
+/// The thread starts with the first work and ends with the queue object, or after it: work already submitted
+/// is still done when the object is gone. While there is no work it sleeps. Safe on any thread.
 class WorkQueue {
  public:
   /// The label names the queue's thread where the system shows thread names.
   explicit WorkQueue(std::string label);
+  ~WorkQueue();
+  WorkQueue(const WorkQueue&) = delete;
+  WorkQueue& operator=(const WorkQueue&) = delete;
 
   /// Runs the work after all that was submitted before. False when the system gives no thread for it; the
   /// work is then dropped. Work that throws ends alone: the exception is logged, the queue goes on.
@@ -21,7 +24,7 @@ class WorkQueue {
 
  private:
   struct State;
-  std::shared_ptr<State> state_;
+  const std::shared_ptr<State> state_;
 };
 
 }  // namespace msp

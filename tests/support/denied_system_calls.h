@@ -55,10 +55,18 @@ inline bool runWithoutProcesses(const std::function<void()>& work) {
   return detail::runWithout({SYS_clone, SYS_clone3, SYS_vfork}, EAGAIN, work);
 }
 
+/// Runs the work on a thread that can open no descriptor for a time or an event to wake up by, as when the
+/// process has used them all up. (A sanitizer needs a few other ones, for its own checks.) False where the
+/// test cannot arrange that.
+inline bool runWithoutWakeDescriptors(const std::function<void()>& work) {
+  return detail::runWithout({SYS_timerfd_create, SYS_eventfd2, SYS_epoll_create1}, EMFILE, work);
+}
+
 #else
 
 inline bool runWithoutExitDescriptors(const std::function<void()>& /*work*/) { return false; }
 inline bool runWithoutProcesses(const std::function<void()>& /*work*/) { return false; }
+inline bool runWithoutWakeDescriptors(const std::function<void()>& /*work*/) { return false; }
 
 #endif
 
