@@ -41,19 +41,12 @@ class RecordingTaskRunner : public TaskRunner {
 };
 
 /// This machine; its one runner is recorded.
-class RecordingHost : public Host {
+class RecordingHost : public SystemHost {
  public:
   explicit RecordingHost(std::vector<Launch>& launches) : launches_(launches) {}
 
   [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
     return std::make_unique<RecordingTaskRunner>(launches_);
-  }
-  [[nodiscard]] std::optional<std::string> computerName() const override {
-    return systemHost().computerName();
-  }
-  [[nodiscard]] double uptime() const override { return systemHost().uptime(); }
-  [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override {
-    return systemHost().fileContent(path);
   }
 
  private:

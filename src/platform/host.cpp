@@ -1,35 +1,31 @@
 #include "platform/host.h"
 
 #include <utility>
-#include <variant>
 
-#include "platform/file_system.h"
 #include "platform/host_info.h"
 
 namespace msp {
-namespace {
 
-class SystemHost : public Host {
- public:
-  [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
-    return std::make_unique<TaskRunner>();
-  }
-  [[nodiscard]] std::optional<std::string> computerName() const override { return msp::computerName(); }
-  [[nodiscard]] double uptime() const override { return systemUptime(); }
-  [[nodiscard]] std::string macOSVersion() const override { return msp::macOSVersion(); }
-  [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override {
-    auto content = readFile(path);
-    if (auto* bytes = std::get_if<std::string>(&content)) return std::move(*bytes);
-    return std::nullopt;
-  }
-  [[nodiscard]] bool fileExists(const std::string& path) const override { return msp::fileExists(path); }
-  [[nodiscard]] std::variant<std::vector<std::string>, FileError> visibleDirectories(
-      const std::string& path) const override {
-    return msp::visibleDirectories(path);
-  }
-};
+std::unique_ptr<TaskRunner> SystemHost::makeTaskRunner() const { return std::make_unique<TaskRunner>(); }
 
-}  // namespace
+std::optional<std::string> SystemHost::computerName() const { return msp::computerName(); }
+
+double SystemHost::uptime() const { return systemUptime(); }
+
+std::string SystemHost::macOSVersion() const { return msp::macOSVersion(); }
+
+std::optional<std::string> SystemHost::fileContent(const std::string& path) const {
+  auto content = readFile(path);
+  if (auto* bytes = std::get_if<std::string>(&content)) return std::move(*bytes);
+  return std::nullopt;
+}
+
+bool SystemHost::fileExists(const std::string& path) const { return msp::fileExists(path); }
+
+std::variant<std::vector<std::string>, FileError> SystemHost::visibleDirectories(
+    const std::string& path) const {
+  return msp::visibleDirectories(path);
+}
 
 const Host& systemHost() {
   // Never destroyed: background threads may still ask while the process exits.

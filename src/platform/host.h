@@ -41,7 +41,20 @@ class Host {
       const std::string& path) const = 0;
 };
 
-/// The machine this process runs on. Lives as long as the process.
+/// The machine this process runs on.
+class SystemHost : public Host {
+ public:
+  [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override;
+  [[nodiscard]] std::optional<std::string> computerName() const override;
+  [[nodiscard]] double uptime() const override;
+  [[nodiscard]] std::string macOSVersion() const override;
+  [[nodiscard]] std::optional<std::string> fileContent(const std::string& path) const override;
+  [[nodiscard]] bool fileExists(const std::string& path) const override;
+  [[nodiscard]] std::variant<std::vector<std::string>, FileError> visibleDirectories(
+      const std::string& path) const override;
+};
+
+/// The one that lives as long as the process.
 const Host& systemHost();
 
 }  // namespace msp
