@@ -1,7 +1,8 @@
 // lab-server [--port N] [--port-file FILE] [--lab FOLDER] [--seconds N] [--summary FILE]
 //
-// The lab server as a program: serves agents on 127.0.0.1, asks the first one for its processes and prints
-// what happens, line by line. Ends after the given seconds, or at SIGTERM or SIGINT.
+// The lab server as a program: serves agents on 127.0.0.1, gives the first one a job of every type and prints
+// what happens, line by line, with a table of the jobs at the end. Ends after the given seconds, or at
+// SIGTERM or SIGINT.
 //
 //   --port N          the port; any free one when it is not given
 //   --port-file FILE  takes the server's URL as soon as it listens
@@ -12,17 +13,20 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/mutex.h"
 #include "server/announcements.h"
+#include "server/demo_jobs.h"
 #include "server/lab_server.h"
 #include "server/public_address_server.h"
 
@@ -72,7 +76,7 @@ std::optional<Options> readOptions(int argc, char** argv) {
 }
 
 /// A server of which everything that happens is printed and counted for the summary, and that queues the
-/// first job itself. Safe on any thread, as far as the server is.
+/// first jobs itself. Safe on any thread, as far as the server is.
 class NarratedServer {
  public:
   LabServer& server() { return server_; }
@@ -80,6 +84,17 @@ class NarratedServer {
   void say(const std::string& line) {
     const MutexLock lock(mutex_);
     print(line);
+  }
+
+  /// Every job and what came of it, one line each.
+  void tellJobs() {
+    const MutexLock lock(mutex_);
+    if (!jobs_.empty()) print("the jobs and their results:");
+    for (const auto& [id, job] : jobs_) {
+      const Json& results = job["results"];
+      print("  " + (results.empty() ? "job " + id + " (" + job["type"].get<std::string>() + "): no result yet"
+                                    : resultLine(job["type"], results.front())));
+    }
   }
 
   /// What was seen, for whoever judges the run.
@@ -115,7 +130,9 @@ class NarratedServer {
 
   /// Goes out with the answer to the first check-in.
   void welcome() {
-    server_.queueJob("get_processes");
+    for (const JobOrder& order : oneJobOfEachType(server_.url())) {
+      server_.queueJob(order.type, order.arguments);
+    }
     server_.setCheckInInterval(kShortInterval);
     say("the second check-in comes 30 seconds after the first, since the agent set its clock before it heard "
         "from the server; then one comes every " +
@@ -140,12 +157,13 @@ class NarratedServer {
     print(jobQueuedLine(job));
     Json entry = job;
     entry["results"] = Json::array();
-    jobs_[job["id"]] = std::move(entry);
+    jobs_.emplace_back(job["id"], std::move(entry));
   }
 
   void tellResult(const Json& result) MSP_REQUIRES(mutex_) {
     const std::string id = result.is_object() && result.contains("id") ? compact(result["id"]) : "?";
-    const auto job = jobs_.find(id);
+    const auto job =
+        std::find_if(jobs_.begin(), jobs_.end(), [&](const auto& one) { return one.first == id; });
     print(resultLine(job == jobs_.end() ? "unknown job" : job->second["type"].get<std::string>(), result));
     if (job == jobs_.end()) return;
     if (job->second["results"].empty()) ++answered_;
@@ -163,7 +181,8 @@ class NarratedServer {
   std::size_t checkIns_ MSP_GUARDED_BY(mutex_) = 0;
   std::size_t problems_ MSP_GUARDED_BY(mutex_) = 0;
   std::size_t answered_ MSP_GUARDED_BY(mutex_) = 0;
-  std::map<std::string, Json> jobs_ MSP_GUARDED_BY(mutex_);  // by id, with the results that came
+  /// Ids, and jobs with the results that came.
+  std::vector<std::pair<std::string, Json>> jobs_ MSP_GUARDED_BY(mutex_);
 
   // Last, since it calls the rest until its end.
   LabServer server_{
@@ -216,6 +235,7 @@ int run(const Options& options) {
   sigwait(&ends, &signal);
   server.stop();
 
+  narrated.tellJobs();
   const Json summary = narrated.summary();
   narrated.say("summary: " + summary["check_ins"].dump() + " check-ins, " + summary["jobs_answered"].dump() +
                " of " + summary["jobs_queued"].dump() + " jobs answered");
