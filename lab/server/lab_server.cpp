@@ -10,9 +10,6 @@ namespace msp::lab {
 namespace {
 
 constexpr const char* kAddress = "127.0.0.1";
-// An agent that checks in every 30 seconds or less often keeps its connection.
-constexpr int kKeepAliveSeconds = 3600;
-constexpr std::size_t kKeepAliveRequests = 1'000'000;
 
 /// The HTTP library files the connection's addresses among the headers.
 bool isAddedByLibrary(const std::string& header) {
@@ -52,8 +49,6 @@ LabServer::~LabServer() { stop(); }
 bool LabServer::start(int port) {
   if (http_) return false;
   http_ = std::make_unique<httplib::Server>();
-  http_->set_keep_alive_timeout(kKeepAliveSeconds);
-  http_->set_keep_alive_max_count(kKeepAliveRequests);
   http_->Post("/lab/jobs", [this](const httplib::Request& request, httplib::Response& response) {
     serveJobOrder(request, response);
   });

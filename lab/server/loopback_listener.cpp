@@ -17,6 +17,9 @@
 namespace msp::lab {
 namespace {
 
+// An agent that checks in every 30 seconds or less often keeps its connections.
+constexpr int kKeepAliveSeconds = 3600;
+constexpr std::size_t kKeepAliveRequests = 1'000'000;
 constexpr int kBacklog = 128;
 
 /// Ends one connection if `descriptor` is one that was accepted at `address` and `port`. Works on a
@@ -104,6 +107,8 @@ bool LoopbackListener::start(httplib::Server& server, const std::string& address
     *listening = descriptor;
   });
   server.set_tcp_nodelay(true);
+  server.set_keep_alive_timeout(kKeepAliveSeconds);
+  server.set_keep_alive_max_count(kKeepAliveRequests);
   if (port == 0) {
     port = server.bind_to_any_port(address);
     if (port <= 0) return false;
