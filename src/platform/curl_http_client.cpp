@@ -28,7 +28,8 @@ using Clock = CurlExchange::Clock;
 using Stage = CurlExchange::Stage;
 
 constexpr int kMostRedirects = 20;
-constexpr long kMostIdleConnections = 4;
+// The management server's and the public-address service's; what others leave open is closed.
+constexpr long kMostIdleConnections = 2;
 constexpr std::chrono::seconds kRetryDelay{1};
 constexpr const char* kTimedOut = "The request timed out.";
 constexpr const char* kUnsupportedUrl = "unsupported URL";
