@@ -27,6 +27,10 @@ std::variant<std::vector<std::string>, FileError> SystemHost::visibleDirectories
   return msp::visibleDirectories(path);
 }
 
+std::vector<NetworkHardware> SystemHost::networkHardware() const { return msp::networkHardware(); }
+
+const SMC& SystemHost::smc() const { return sharedSMC(); }
+
 const Host& systemHost() {
   // Never destroyed: background threads may still ask while the process exits.
   static const Host* const host = new SystemHost;

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "platform/file_system.h"
+#include "platform/network_hardware.h"
+#include "platform/smc.h"
 #include "platform/task_runner.h"
 
 namespace msp {
@@ -39,6 +41,12 @@ class Host {
   /// are left out. In no particular order.
   [[nodiscard]] virtual std::variant<std::vector<std::string>, FileError> visibleDirectories(
       const std::string& path) const = 0;
+
+  /// Every network interface in the system's own order.
+  [[nodiscard]] virtual std::vector<NetworkHardware> networkHardware() const = 0;
+
+  /// The System Management Controller, opened at the first call.
+  [[nodiscard]] virtual const SMC& smc() const = 0;
 };
 
 /// The machine this process runs on.
@@ -52,6 +60,8 @@ class SystemHost : public Host {
   [[nodiscard]] bool fileExists(const std::string& path) const override;
   [[nodiscard]] std::variant<std::vector<std::string>, FileError> visibleDirectories(
       const std::string& path) const override;
+  [[nodiscard]] std::vector<NetworkHardware> networkHardware() const override;
+  [[nodiscard]] const SMC& smc() const override;
 };
 
 /// The one that lives as long as the process.

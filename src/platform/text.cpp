@@ -58,6 +58,18 @@ std::string_view trimCharacters(std::string_view text, Predicate isTrimmed) {
   return text;
 }
 
+/// Pieces between single bytes of a kind, empty ones kept.
+template <typename Predicate>
+std::vector<std::string_view> splitAtBytes(std::string_view text, Predicate isSeparator) {
+  std::vector<std::string_view> pieces;
+  const char* begin = text.data();
+  const char* const end = begin + text.size();
+  for (const char* at = begin; (at = std::find_if(at, end, isSeparator)) != end; begin = ++at)
+    pieces.emplace_back(begin, static_cast<std::size_t>(at - begin));
+  pieces.emplace_back(begin, static_cast<std::size_t>(end - begin));
+  return pieces;
+}
+
 /// Pieces between single characters of a kind, empty ones kept. Malformed bytes belong to their piece.
 template <typename Predicate>
 std::vector<std::string_view> splitAtCharacters(std::string_view text, Predicate isSeparator) {
@@ -126,14 +138,10 @@ std::vector<std::string_view> words(std::string_view text) {
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  for (std::size_t end = text.find(separator); end != std::string_view::npos; end = text.find(separator)) {
-    pieces.push_back(text.substr(0, end));
-    text.remove_prefix(end + 1);
-  }
-  pieces.push_back(text);
-  return pieces;
+  return splitAtBytes(text, [separator](char byte) { return byte == separator; });
 }
+
+std::vector<std::string_view> splitAtBlanks(std::string_view text) { return splitAtBytes(text, isBlank); }
 
 std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator) {
   auto pieces = split(text, separator);

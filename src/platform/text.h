@@ -23,6 +23,9 @@ std::vector<std::string_view> split(std::string_view text, char separator);
 /// Pieces between separators, without the empty ones: ":a::b" at ':' gives "a", "b".
 std::vector<std::string_view> splitNonEmpty(std::string_view text, char separator);
 
+/// Pieces between single blanks and tabs, empty ones kept: "a \tb" gives "a", "", "b".
+std::vector<std::string_view> splitAtBlanks(std::string_view text);
+
 /// Pieces between white space characters (TAB and category Zs), each single one a cut; empty pieces are kept.
 /// Newline characters cut nothing: "ls  -l\n" gives "ls", "", "-l\n".
 std::vector<std::string_view> splitAtWhiteSpace(std::string_view text);

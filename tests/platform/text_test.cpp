@@ -120,6 +120,21 @@ TEST(SplitAtWhiteSpace, cutsAtEverySingleWhiteSpaceCharacterAndAtNoNewline) {
   for (const Case& row : cases) EXPECT_EQ(owned(splitAtWhiteSpace(row.text)), row.expected) << row.name;
 }
 
+TEST(SplitAtBlanks, cutsAtEverySingleBlankAndTab) {
+  struct Case {
+    std::string name, text;
+    Pieces expected;
+  };
+  const Case cases[] = {
+      {"no text is one empty piece", "", {""}},
+      {"a text without blanks is one piece", "a", {"a"}},
+      {"each blank and each tab cuts", "a b\tc", {"a", "b", "c"}},
+      {"empty pieces are kept", " a \tb\t", {"", "a", "", "b", ""}},
+      {"other white space and newlines cut nothing", "a\u00A0b\nc", {"a\u00A0b\nc"}},
+  };
+  for (const Case& row : cases) EXPECT_EQ(owned(splitAtBlanks(row.text)), row.expected) << row.name;
+}
+
 TEST(Tokens, areTheNonEmptyPiecesBetweenWhiteSpaceAndNewlines) {
   struct Case {
     std::string name, text;

@@ -57,6 +57,14 @@ TEST(FormatTime, followsAChangeOfTheTimeZone) {
   EXPECT_EQ(formatTime(time), "24-05-31 21:00:00");
 }
 
+TEST(FormatClockTime, writesHoursAndMinutesOfTheLocalDay) {
+  const TimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  EXPECT_EQ(formatClockTime(utc(2024y / January / 31, 8h + 5min + 59s)), "09:05");
+  EXPECT_EQ(formatClockTime(utc(2024y / January / 31, 22h + 59min + 30s)), "23:59");
+  EXPECT_EQ(formatClockTime(utc(2024y / January / 31, 22h + 59min + 30s) + 60s), "00:00");
+  EXPECT_EQ(formatClockTime(utc(2024y / July / 31, 12h)), "14:00");
+}
+
 TEST(FormatTime, reachesBothEndsOfTheClock) {
   const TimeZone zone("UTC0");
   EXPECT_EQ(formatTime(system_clock::time_point::max()).size(), 17U);

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <variant>
@@ -9,6 +10,7 @@
 
 #include "platform/host.h"
 #include "support/fake_task_runner.h"
+#include "support/simulated_controller.h"
 
 namespace msp::test {
 
@@ -23,6 +25,8 @@ class FakeHost : public Host {
   /// The directories in each directory that can be listed.
   std::map<std::string, std::vector<std::string>> directories;
   std::string systemVersion = "14.5";
+  std::vector<NetworkHardware> interfaces;
+  SimulatedController& controller() const { return *controller_; }
 
   [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
     return std::make_unique<Shared>(*runner_);
@@ -41,6 +45,13 @@ class FakeHost : public Host {
     if (found == directories.end()) return FileError{"No such file or directory"};
     return found->second;
   }
+  [[nodiscard]] std::vector<NetworkHardware> networkHardware() const override { return interfaces; }
+  [[nodiscard]] const SMC& smc() const override {
+    std::call_once(smcMade_, [this] {
+      smc_ = std::make_unique<SMC>(std::make_unique<SimulatedConnection>(*controller_));
+    });
+    return *smc_;
+  }
 
  private:
   class Shared : public TaskRunner {
@@ -58,6 +69,9 @@ class FakeHost : public Host {
     FakeTaskRunner& runner_;
   };
 
+  std::unique_ptr<SimulatedController> controller_ = std::make_unique<SimulatedController>();
+  mutable std::once_flag smcMade_;
+  mutable std::unique_ptr<SMC> smc_;
   std::unique_ptr<FakeTaskRunner> runner_ = std::make_unique<FakeTaskRunner>();
 };
 
