@@ -89,7 +89,7 @@ std::vector<std::string> parseNameServers(std::string_view output) {
 }
 
 std::int64_t parseTransmitRate(std::string_view output) {
-  constexpr std::int64_t kMega = 1000 * 1000;
+  constexpr std::int64_t kMega = 1'000'000;
   const auto allLines = lines(output);
   const auto line = std::find_if(allLines.begin(), allLines.end(), [](std::string_view candidate) {
     return candidate.find("lastTxRate") != std::string_view::npos;

@@ -30,6 +30,15 @@ std::string recordValue(const std::vector<std::string_view>& lines, std::size_t 
   return "";
 }
 
+void removeHomeDirectory(const std::string& name, TaskRunner& runner) {
+  const std::string output = runner.runCommand("rm", {"-rf", "/Users/" + name + "/"});
+  if (output.empty()) {
+    logEvent("Cleaning up home directory for deleted user " + name);
+  } else {
+    logEvent("ERROR: deleting home directory for " + name + ": " + output);
+  }
+}
+
 }  // namespace
 
 UsersAndGroups getLocalUsersAndGroups(const Host& host, TaskRunner& runner) {
@@ -132,13 +141,8 @@ void cleanUpOrphanHomeDirectories(const std::vector<std::string>& userNames, con
     return;
   }
   for (const std::string& name : std::get<std::vector<std::string>>(found)) {
-    if (kept.count(name) > 0) continue;
-    const std::string output = runner.runCommand("rm", {"-rf", "/Users/" + name + "/"});
-    if (output.empty()) {
-      logEvent("Cleaning up home directory for deleted user " + name);
-    } else {
-      logEvent("ERROR: deleting home directory for " + name + ": " + output);
-    }
+    if (kept.contains(name)) continue;
+    removeHomeDirectory(name, runner);
   }
 }
 

@@ -8,13 +8,13 @@ namespace msp {
 namespace {
 
 constexpr const char* kServiceFolders[] = {
-    "/System/Library/LaunchDaemons",
-    "/System/Library/LaunchAgents",
-    "/Library/LaunchDaemons",
-    "/Library/LaunchAgents",
+    "/System/Library/LaunchDaemons/",
+    "/System/Library/LaunchAgents/",
+    "/Library/LaunchDaemons/",
+    "/Library/LaunchAgents/",
 };
 
-std::string outcome(std::string output) { return output.empty() ? "OK" : output; }
+std::string outcome(const std::string& output) { return output.empty() ? "OK" : output; }
 
 }  // namespace
 
@@ -38,8 +38,8 @@ std::vector<Service> listServices(TaskRunner& runner) {
 
 std::optional<std::string> findServiceFile(const std::string& name, const Host& host) {
   const std::string file = name.ends_with(".plist") ? name : name + ".plist";
-  for (const std::string folder : kServiceFolders) {
-    const std::string path = folder + "/" + file;
+  for (const char* const folder : kServiceFolders) {
+    std::string path = folder + file;
     if (host.fileExists(path)) return path;
   }
   return std::nullopt;

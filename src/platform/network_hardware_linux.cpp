@@ -54,6 +54,7 @@ std::vector<NetworkHardware> networkHardware() {
     byIndex[link.sll_ifindex] = {name, addressText(link), kindOf(name, link)};
   }
   std::vector<NetworkHardware> found;
+  found.reserve(byIndex.size());
   for (auto& [index, hardware] : byIndex) found.push_back(std::move(hardware));
   return found;
 }
