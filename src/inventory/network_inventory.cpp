@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "platform/console.h"
@@ -51,6 +52,7 @@ std::vector<NetworkInterface> getNetworkInterfaces(const Host& host) {
     interface.type = hardware.kind.value_or("");
     interfaces.push_back(std::move(interface));
   }
+  if (interfaces.empty()) return {};
 
   const auto runner = host.makeTaskRunner();
   for (NetworkInterface& interface : interfaces) collectConfiguration(interface, *runner);
@@ -78,12 +80,13 @@ InterfaceConfiguration parseInterfaceConfiguration(std::string_view output) {
 
 std::vector<std::string> parseNameServers(std::string_view output) {
   std::vector<std::string> servers;
+  std::set<std::string_view> seen;
   for (const std::string_view line : lines(output)) {
     if (line.find("nameserver") == std::string_view::npos) continue;
     const auto pieces = splitNonEmpty(line, ':');
     if (pieces.size() != 2) continue;  // an IPv6 address has colons of its own
     const std::string_view server = trimBlanks(pieces[1]);
-    if (std::find(servers.begin(), servers.end(), server) == servers.end()) servers.emplace_back(server);
+    if (seen.insert(server).second) servers.emplace_back(server);
   }
   return servers;
 }
@@ -111,7 +114,7 @@ TrafficCounters parseTrafficCounters(const std::vector<std::string_view>& lines,
   const auto line = std::find_if(lines.begin(), lines.end(),
                                  [name](std::string_view candidate) { return candidate.starts_with(name); });
   if (line == lines.end()) return {};
-  const auto columns = words(*line);
+  const auto columns = tokens(*line);
   if (columns.size() < kColumns) return {};
   return {parseInteger(columns[kReceivedColumn]).value_or(0), parseInteger(columns[kSentColumn]).value_or(0)};
 }

@@ -8,8 +8,7 @@
 #include "inventory/network_interface.h"
 #include "platform/host.h"
 
-/// The Mac's network interfaces and what its tools say of each. What a failed tool would have told stays
-/// empty.
+/// The Mac's network interfaces and what its tools say of each. A failed tool is one that says nothing.
 namespace msp {
 
 /// Every interface that has a name, in the system's order.
@@ -37,8 +36,8 @@ struct TrafficCounters {
   bool operator==(const TrafficCounters&) const = default;
 };
 /// From the first line of `netstat -ib`, netstat(1), that begins with the name, which on purpose is also one
-/// of "en10" for "en1". Zeros where a number does not parse, and for an interface without hardware address,
-/// whose line is a column short.
+/// of "en10" for "en1". Zeros where a number does not parse, and for a line of less than eleven columns, as
+/// an interface without hardware address has it.
 TrafficCounters parseTrafficCounters(const std::vector<std::string_view>& lines, std::string_view name);
 
 }  // namespace msp

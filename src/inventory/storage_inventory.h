@@ -31,8 +31,8 @@ DiskInfo parseDiskInfo(std::string_view text);
 /// Nothing when it is not mounted.
 std::optional<StorageDevice> storageDevice(const DiskInfo& info);
 
-/// 500068036608 from "500.1 GB (500068036608 Bytes) (exactly 976695384 512-Byte-Units)": the first number
-/// that follows a parenthesis. 0 when there is none, and for no value at all.
+/// 500068036608 from "500.1 GB (500068036608 Bytes) (exactly 976695384 512-Byte-Units)": the first word that
+/// is a parenthesis and a whole number. 0 when there is none, and for no value at all.
 std::int64_t bytesFromSize(std::optional<std::string_view> value);
 
 }  // namespace msp

@@ -61,8 +61,7 @@ std::optional<Temperatures> readTemperatures(const Host& host, TaskRunner& runne
     logEvent("readTemperatures M-series requires macOS 12.0 or later");
     return std::nullopt;
   }
-  return Temperatures{averageTemperature(false, *brand, host.smc()),
-                      averageTemperature(true, *brand, host.smc())};
+  return Temperatures{averageTemperature(false, *brand, host), averageTemperature(true, *brand, host)};
 }
 
 std::optional<std::string> cpuBrand(TaskRunner& runner) {
@@ -80,7 +79,7 @@ Temperatures parsePowermetrics(std::string_view text) {
   return found;
 }
 
-double averageTemperature(bool isGPU, std::string_view brand, const SMC& smc) {
+double averageTemperature(bool isGPU, std::string_view brand, const Host& host) {
   const auto* const chip = std::find_if(std::begin(kChips), std::end(kChips), [brand](const Chip& candidate) {
     return contains(brand, candidate.name);
   });
@@ -88,7 +87,7 @@ double averageTemperature(bool isGPU, std::string_view brand, const SMC& smc) {
   double sum = 0;
   int count = 0;
   for (const std::string_view key : words(isGPU ? chip->gpuKeys : chip->cpuKeys)) {
-    const auto reading = smc.readKeyValue(key);
+    const auto reading = host.smc().readKeyValue(key);
     if (!reading || !(*reading > kCoolest && *reading < kHottest)) continue;
     sum += *reading;
     ++count;

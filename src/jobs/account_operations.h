@@ -7,13 +7,13 @@
 
 /// Changes of one local account, through sysadminctl(8), dscl(1), pwpolicy(8) and dseditgroup(8).
 ///
-/// Each operation answers with an empty text when it succeeded, else with the reason, which it has logged
-/// too where the agent itself refuses. Names and passwords reach the tools as they came, each as one
+/// Each operation answers with an empty text when it succeeded, else with the reason: the tool's own text, or
+/// the agent's, which it has also logged. Names and passwords reach the tools unfiltered, each as one
 /// argument. A runner is not for two threads at once.
 namespace msp {
 
-/// Blanks in the name become "_". The answer is what the tool printed, whether it succeeded or not: a new
-/// account's has "Creating home" in it.
+/// Blanks in the name become "_". The tool's text is answered whether it succeeded or not: that of a success
+/// has "Creating home" in it.
 std::string createUser(const std::string& name, const std::string& password, bool isAdmin,
                        TaskRunner& runner);
 

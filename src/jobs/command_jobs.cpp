@@ -21,7 +21,7 @@ JobResult JobsManager::executeCommand(const Job& job) const {
   }
   // No quoting and no shell, on purpose: two blanks in a row pass an empty argument.
   const auto pieces = splitAtWhiteSpace(*command);
-  if (pieces.empty()) {
+  if (pieces.empty()) {  // never: even an empty text is one piece
     logJobProblem(job, "no command");
     return failure(id, "Error - no command to execute");
   }

@@ -53,7 +53,7 @@ class JobsManager {
   [[nodiscard]] JobResult readSensors(const Job& job) const;
 
   /// "get_local_users": the local accounts and the groups that matter. Removes the home folders that belong
-  /// to no account.
+  /// to none of these accounts.
   [[nodiscard]] JobResult listLocalUsers(const Job& job) const;
 
   /// "modify_local_user_account": password, enabled or not, administrator or not, deletion.

@@ -11,6 +11,7 @@
 #include "platform/console.h"
 #include "platform/event_log.h"
 #include "platform/text.h"
+#include "platform/unicode.h"
 
 namespace msp {
 namespace {
@@ -48,7 +49,7 @@ UsersAndGroups getLocalUsersAndGroups(const Host& host, TaskRunner& runner) {
                                   [](const GroupData& group) { return group.name == "admin"; });
   found.users = readLocalUsers(true, admin == found.groups.end() ? "0" : admin->sid, runner);
   if (found.users.empty()) {
-    // The directory tool has failed: no reason to remove every home folder.
+    // Most likely the directory tool has failed: no reason to remove every home folder.
     logEvent("Skipping home directory clean-up: no users listed");
     return found;
   }
@@ -133,15 +134,15 @@ bool isAuthenticationAllowed(const std::string& userName, TaskRunner& runner) {
 
 void cleanUpOrphanHomeDirectories(const std::vector<std::string>& userNames, const Host& host,
                                   TaskRunner& runner) {
-  std::set<std::string> kept(userNames.begin(), userNames.end());
-  kept.insert("Shared");
+  std::set<std::string> kept = {"Shared"};
+  for (const std::string& name : userNames) kept.insert(composedText(name));
   const auto found = host.visibleDirectories("/Users");
   if (const auto* error = std::get_if<FileError>(&found)) {
     logEvent("ERROR: listing /Users failed: " + error->description);
     return;
   }
   for (const std::string& name : std::get<std::vector<std::string>>(found)) {
-    if (kept.contains(name)) continue;
+    if (kept.contains(composedText(name))) continue;
     removeHomeDirectory(name, runner);
   }
 }

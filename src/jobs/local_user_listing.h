@@ -17,7 +17,8 @@ struct UsersAndGroups {
   std::vector<UserData> users;
   std::vector<GroupData> groups;
 };
-/// Lists the groups, then the users, and removes the home folders that belong to none of these.
+/// Lists the groups, then the users, and cleans up the home folders of none of these users; where not one
+/// user is listed nothing is removed.
 UsersAndGroups getLocalUsersAndGroups(const Host& host, TaskRunner& runner);
 
 /// "admin" and "staff", as far as the agent's own process is in them.
@@ -29,8 +30,8 @@ std::vector<UserData> readLocalUsers(bool skipSystemAccounts, const std::string&
 
 /// One record of `dscl . -readall`, a line each: "Key: value", or "Key:" with the value on the next line,
 /// after a blank. Nothing when it lacks a user ID or a short name, or is a system account and these are
-/// skipped. Asks for the user's groups and whether he may log in. A user ID line that ends at its colon ends
-/// the process.
+/// skipped. Asks for the user's groups and whether he may log in. A user ID line that holds
+/// nothing but its key and colons ends the process.
 std::optional<UserData> parseUserRecord(const std::vector<std::string_view>& lines, bool skipSystemAccounts,
                                         const std::string& adminGroupID, TaskRunner& runner);
 
@@ -40,7 +41,8 @@ std::vector<std::string> getUserGroupIDs(const std::string& userName, TaskRunner
 /// Whether the account may log in.
 bool isAuthenticationAllowed(const std::string& userName, TaskRunner& runner);
 
-/// Removes each visible directory of /Users that is named like none of the users, "Shared" apart.
+/// Removes each visible directory of /Users that is named like none of the users, "Shared" apart: those of
+/// the system's own accounts too, which are not listed. Failures are logged.
 void cleanUpOrphanHomeDirectories(const std::vector<std::string>& userNames, const Host& host,
                                   TaskRunner& runner);
 

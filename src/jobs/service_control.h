@@ -16,15 +16,15 @@ namespace msp {
 /// columns is left out: so is a job whose label has a blank.
 std::vector<Service> parseServices(std::string_view output);
 
-/// Every launchd job of the runner's domain; empty when the tool fails.
+/// What launchctl(1) lists; empty when it prints nothing.
 std::vector<Service> listServices(TaskRunner& runner);
 
 /// The property list of a service, by the name of its file ("org.example.backup", with or without ".plist"):
 /// the first that exists in the system's folders of launchd jobs.
 std::optional<std::string> findServiceFile(const std::string& name, const Host& host);
 
-// What follows changes a job of the system domain. The answer is "OK" when the tool printed nothing on
-// standard output, a failure's reason on standard error included; else what it printed.
+// What follows changes a job of the system domain. The answer is what the tool printed on standard output,
+// "OK" for nothing. A failure that is told on standard error only is "OK" too, on purpose.
 
 /// "Service file not found" when there is none.
 std::string startService(const std::string& name, const Host& host, TaskRunner& runner);

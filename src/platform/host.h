@@ -42,7 +42,7 @@ class Host {
   [[nodiscard]] virtual std::variant<std::vector<std::string>, FileError> visibleDirectories(
       const std::string& path) const = 0;
 
-  /// Every network interface in the system's own order.
+  /// Every network interface in the system's own order; see platform/network_hardware.h.
   [[nodiscard]] virtual std::vector<NetworkHardware> networkHardware() const = 0;
 
   /// The System Management Controller, opened at the first call.

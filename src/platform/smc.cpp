@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include "platform/console.h"
@@ -111,7 +112,8 @@ std::vector<std::string> SMC::allKeys() const {
     fatalError("The number of controller keys is no integer");
   std::vector<std::string> keys;
   // The index behind the last key is asked for too; that call fails.
-  const auto last = static_cast<std::int64_t>(*count);
+  constexpr std::int64_t kLastIndex = std::numeric_limits<std::uint32_t>::max();  // the record holds no more
+  const std::int64_t last = std::min(static_cast<std::int64_t>(*count), kLastIndex);
   for (std::int64_t index = 0; index <= last; ++index) {
     SMCKeyData input;
     SMCKeyData output;

@@ -16,7 +16,7 @@ namespace msp {
 /// The bytes of one value, zeros behind its end.
 using SMCBytes = std::array<std::uint8_t, 32>;
 
-/// A value as a number, by its four-character type; nothing for a type that is not in the table. Pure.
+/// A value as a number, by its type; nothing for a type that is not in the table. Pure.
 std::optional<double> decodeSMCValue(std::string_view type, const SMCBytes& bytes);
 
 /// Reads values of the System Management Controller (temperatures, fans, power) by their four-character

@@ -1,4 +1,5 @@
 #include <IOKit/IOKitLib.h>
+#include <mach/mach_error.h>
 
 #include "platform/smc_connection.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 /// Characters and their categories, the latter from the platform's own tables. Pure functions, safe on any
@@ -18,6 +19,10 @@ bool isWhiteSpace(char32_t character);
 
 /// U+000A to U+000D, U+0085, U+2028, U+2029.
 bool isNewline(char32_t character);
+
+/// The text with composed characters (normal form C), so that texts that read the same compare the same: an
+/// account's name and that of its folder may spell one letter in two ways. Malformed text stays as it is.
+std::string composedText(std::string_view text);
 
 /// One character cut from the front of UTF-8 text.
 struct DecodedCharacter {

@@ -1,5 +1,8 @@
 #include <utf8proc.h>
 
+#include <cstdlib>
+#include <memory>
+
 #include "platform/unicode.h"
 
 namespace msp {
@@ -43,6 +46,16 @@ bool isPunctuation(char32_t character) {
     default:
       return false;
   }
+}
+
+std::string composedText(std::string_view text) {
+  utf8proc_uint8_t* composed = nullptr;
+  const utf8proc_ssize_t length = utf8proc_map(
+      reinterpret_cast<const utf8proc_uint8_t*>(text.data()), static_cast<utf8proc_ssize_t>(text.size()),
+      &composed, static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+  if (length < 0) return std::string(text);
+  const std::unique_ptr<utf8proc_uint8_t, void (*)(void*)> owner(composed, std::free);
+  return {reinterpret_cast<const char*>(composed), static_cast<std::size_t>(length)};
 }
 
 }  // namespace msp

@@ -62,7 +62,7 @@ TEST(ParseNameServers, everyIPv4ServerOnce) {
        "nameserver[0] : 192.168.1.1\nnameserver[1] : 2001:db8::53\nnameserver[0] : 192.168.1.1",
        {"192.168.1.1"}},
       {"IPv6 with one pair of colons", "nameserver[0] : fe80::1%en0", {}},
-      {"several", "nameserver[0] : 1.1.1.1\nnameserver[1] : 9.9.9.9", {"1.1.1.1", "9.9.9.9"}},
+      {"several", "nameserver[0] : 9.9.9.9\nnameserver[1] : 1.1.1.1", {"9.9.9.9", "1.1.1.1"}},
       {"other lines", "flags : 192.168.1.1\nif_index : 12 (en0)", {}},
       {"the word may stand anywhere", "my nameservers are: 1.1.1.1", {"1.1.1.1"}},
       {"no colon", "nameserver 1.1.1.1", {}},
@@ -91,6 +91,7 @@ TEST(ParseTransmitRate, megabitsBecomeBits) {
       {"blanks and tabs are trimmed", "lastTxRate:\t 144 ", 144000000},
       {"a negative rate", "lastTxRate: -1", -1000000},
       {"a first line without a number hides a second", "lastTxRate: x\nlastTxRate: 144", 0},
+      {"a rate that is itself beyond 64 bits", "lastTxRate: 9223372036854775808", 0},
       {"the largest that fits", "lastTxRate: 9223372036854", 9223372036854000000},
   };
   for (const Case& row : cases) EXPECT_EQ(parseTransmitRate(row.output), row.expected) << row.name;
@@ -113,6 +114,7 @@ TEST(ParseTrafficCounters, columnsSevenAndTenOfTheFirstLineThatBeginsWithTheName
       {"the first counts", "en1 a b c 1 0 7 2 0 10 0\nen1 a b c 1 0 8 2 0 11 0", {7, 10}},
       {"one of en10 does too", "en10 a b c 1 0 7 2 0 10 0\nen1 a b c 1 0 8 2 0 11 0", {7, 10}},
       {"a line of another", "en0 a b c 1 0 7 2 0 10 0\n en1 a b c 1 0 8 2 0 11 0", {0, 0}},
+      {"white space of any kind cuts", "en1 a b c\u00A01 0 7\u30002 0 10 0", {7, 10}},
       {"ten columns are too few", "en1 a b 1 0 7 2 0 10 0", {0, 0}},
       {"twelve will do", "en1 a b c 1 0 7 2 0 10 0 12", {7, 10}},
       {"a number that does not parse is 0", "en1 a b c 1 0 - 2 0 10 0", {0, 10}},
@@ -202,6 +204,24 @@ TEST(GetNetworkInterfaces, runsOnlyWhatEachInterfaceNeeds) {
 TEST(GetNetworkInterfaces, withoutInterfacesThereAreNone) {
   test::FakeHost host;
   EXPECT_EQ(getNetworkInterfaces(host), std::vector<NetworkInterface>{});
+  host.interfaces = {{std::nullopt, "cc:dd", "Nameless"}};
+  EXPECT_EQ(getNetworkInterfaces(host), std::vector<NetworkInterface>{});
+  EXPECT_EQ(host.runner().commandLines(), Lines{});
+}
+
+TEST(GetNetworkInterfaces, onlyTheOneNamedEn1IsWireless) {
+  test::FakeHost host;
+  host.interfaces = {{"en10", "aa:bb", "Wi-Fi"}, {"en0", "aa:cc", "Wi-Fi"}};
+  host.runner().answer(kAirport, "lastTxRate: 144");
+  host.runner().answer("ifconfig en10", "inet 10.0.0.2");
+  host.runner().answer("ifconfig en0", "inet6 ::1");
+  for (const NetworkInterface& interface : getNetworkInterfaces(host)) EXPECT_EQ(interface.speed, 0);
+  EXPECT_EQ(
+      host.runner().commandLines(),
+      (Lines{"ifconfig en10", "ipconfig getoption en10 server_identifier", "ipconfig getoption en10 router",
+             "scutil --dns", "ifconfig en0", "ipconfig getoption en0 server_identifier",
+             "ipconfig getoption en0 router", "scutil --dns", "netstat -ib"}));
+  EXPECT_EQ(host.runnersMade(), 1);
 }
 
 TEST(GetNetworkInterfaces, ofThreeMachines) {

@@ -80,6 +80,7 @@ TEST(BytesFromSize, theFirstNumberBehindAParenthesis) {
       {"a blank behind the parenthesis", "( 7 Bytes)", 0},
       {"beyond 64 bits", "(9223372036854775808 Bytes) (5 x)", 5},
       {"in words", "(zero bytes)", 0},
+      {"signs are part of a number", "(-5 Bytes)", -5},
       {"a parenthesis inside a word", "a(7 Bytes)", 0},
       {"tabs cut too", "x\t(7\tBytes)", 7},
   };
@@ -129,6 +130,8 @@ TEST(StorageDeviceOf, everyRule) {
        with([](auto& device) { device.size = 50; })},
       {"an empty container too", "Container Total Space", "0 B (0 Bytes)",
        with([](auto& device) { device.size = 50; })},
+      {"an empty container's free space", "Container Free Space", "0 B (0 Bytes)",
+       with([](auto& device) { device.free = 20; })},
       {"no container: the volume's free space", "Container Free Space", std::nullopt,
        with([](auto& device) { device.free = 20; })},
   };
@@ -159,6 +162,7 @@ TEST(GetStorageDevices, oneInformationRunPerIdentifier) {
   EXPECT_EQ(host.runner().commandLines(),
             (Lines{"streaming diskutil list", "streaming diskutil info disk0",
                    "streaming diskutil info disk0s1", "streaming diskutil info disk0"}));
+  EXPECT_EQ(host.runnersMade(), 4) << "a fresh one each";
 }
 
 TEST(GetStorageDevices, ofThreeMachines) {

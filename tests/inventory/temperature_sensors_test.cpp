@@ -39,6 +39,7 @@ TEST(ParsePowermetrics, theNumberBehindEachTemperature) {
       {"without a unit", "CPU die temperature: 48", {48, 0}},
       {"with the unit at it", "CPU die temperature: 48C", {0, 0}},
       {"a second colon ends it", "CPU die temperature: 48: 49 C", {48, 0}},
+      {"a second piece that is empty", "CPU die temperature: : 5 C", {0, 0}},
       {"a decimal comma", "CPU die temperature: 48,25 C", {0, 0}},
       {"no blank behind the colon", "CPU die temperature:48 C", {0, 0}},
       {"below zero", "CPU die temperature: -3.5 C", {-3.5, 0}},
@@ -91,7 +92,7 @@ TEST(ParsePowermetrics, wellFormedLinesComeBackAsTheyWere) {
 class AverageTemperature : public testing::Test {
  protected:
   [[nodiscard]] double average(bool isGPU, const std::string& brand) const {
-    return averageTemperature(isGPU, brand, host_.smc());
+    return averageTemperature(isGPU, brand, host_);
   }
 
   test::FakeHost host_;
@@ -122,7 +123,7 @@ TEST_F(AverageTemperature, isRoundedToOneDecimalPlaceAwayFromZero) {
     test::FakeHost host;
     host.controller().addTemperature("Tg0f", row.first);
     host.controller().addTemperature("Tg0j", row.second);
-    EXPECT_EQ(averageTemperature(true, "M2", host.smc()), row.expected);
+    EXPECT_EQ(averageTemperature(true, "M2", host), row.expected);
   }
 }
 
@@ -146,6 +147,8 @@ TEST_F(AverageTemperature, readsTheKeysOfTheChip) {
       {"Apple M4", false, "Tp01 Tp09 Te0f Tp05 Tp0D "},
       {"Apple M4 Pro", true, "Tg0D Tg0P Tg0X Tg0j "},
       {"M4 or M1", false, m1},
+      {"M4 M3 M2", true, "Tg0f Tg0j "},
+      {"M4 M3", true, "Tg0D Tg0P Tg0X Tg0b Tg0j Tg0v "},
       {"Apple M5", false, ""},
       {"Apple processor", true, ""},
       {"apple m1", false, ""},
@@ -153,7 +156,7 @@ TEST_F(AverageTemperature, readsTheKeysOfTheChip) {
   };
   for (const Case& row : cases) {
     test::FakeHost host;
-    EXPECT_EQ(averageTemperature(row.isGPU, row.brand, host.smc()), 0);
+    EXPECT_EQ(averageTemperature(row.isGPU, row.brand, host), 0);
     std::string asked;
     for (const SMCKeyData& question : host.controller().questions) {
       if (question.command != 9) continue;
@@ -162,6 +165,16 @@ TEST_F(AverageTemperature, readsTheKeysOfTheChip) {
     }
     EXPECT_EQ(asked, row.keys) << row.brand;
   }
+}
+
+TEST_F(AverageTemperature, skipsAKeyThatTheDriverRefuses) {
+  host_.controller().addTemperature("Tg0f", 40);
+  host_.controller().addTemperature("Tg0j", 60);
+  host_.controller().infoErrors = {{"Tg0f", 5}};
+  host_.controller().errorTexts = {{5, "(os/kern) failure"}};
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(average(true, "Apple M2"), 60);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error read(Tg0f): (os/kern) failure\n");
 }
 
 class ReadTemperatures : public testing::Test {
@@ -200,6 +213,7 @@ TEST_F(ReadTemperatures, onAppleSiliconTheControllerIsAsked) {
 TEST_F(ReadTemperatures, aChipThatIsNotKnownReadsAsZero) {
   host_.runner().answer(kBrand, "Apple processor");
   EXPECT_EQ(read(), Temperatures{});
+  EXPECT_EQ(host_.controller().opened, 0);
 }
 
 TEST_F(ReadTemperatures, onAppleSiliconItTakesMacOS12) {

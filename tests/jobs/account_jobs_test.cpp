@@ -14,7 +14,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 constexpr const char* kCreate =
-    "sysadminctl -addUser ana -password pw -passwordHint Ask Varnex to reset if you forget.";
+    "sysadminctl -addUser ana -password pw -passwordHint 'Ask Varnex to reset if you forget.'";
 
 class AccountJobs : public testing::Test {
  protected:
@@ -145,6 +145,14 @@ TEST_F(AccountJobs, eachModeRunsItsOwnCommands) {
     EXPECT_EQ(modify(arguments), answer("Success", 1)) << arguments;
     EXPECT_EQ(host_.runner().commandLines(), row.commands) << arguments;
     EXPECT_EQ(log.messages(), row.log) << arguments;
+
+    host_.runner().forgetCommandLines();
+    arguments["new_password_on_login"] = "1";
+    EXPECT_EQ(modify(arguments), answer("Success", 1)) << arguments;
+    Lines withPassword = row.commands;
+    withPassword.insert(withPassword.end(), {"id bea", "pwpolicy -u bea -clearaccountpolicies",
+                                             "pwpolicy -u bea -setpolicy newPasswordRequired=1"});
+    EXPECT_EQ(host_.runner().commandLines(), withPassword) << arguments;
   }
 }
 
@@ -228,6 +236,11 @@ TEST_F(AccountJobs, whatIsMissingIsNamed) {
        "Error - unable to find group for modify_local_user_account - add",
        "Unable to find group for modify_local_user_account - add: modify_local_user_account: "
        R"(["username": "bea", "mode": "add"])"},
+      {"no group, with a new password to be asked for",
+       job(type, {{"username", "bea"}, {"mode", "add"}, {"new_password_on_login", "1"}}),
+       "Error - unable to find group for modify_local_user_account - add",
+       "Unable to find group for modify_local_user_account - add: modify_local_user_account: "
+       R"(["username": "bea", "mode": "add", "new_password_on_login": "1"])"},
       {"a group to remove from that is a number",
        job(type, {{"username", "bea"}, {"mode", "remove"}, {"group", 80}}),
        "Error - unable to find group for modify_local_user_account - remove",
@@ -246,6 +259,7 @@ TEST_F(AccountJobs, aNewPasswordIsAskedForAfterTheChangeAndItsOutcomeIsIgnored) 
   host_.runner().answer("pwpolicy -u bea -setpolicy newPasswordRequired=1", "no rights");
   EXPECT_EQ(modify({{"username", "bea"}, {"mode", "enable"}, {"new_password_on_login", "1"}}),
             answer("Success", 1));
+  EXPECT_EQ(host_.runnersMade(), 2) << "a fresh one for each operation";
   EXPECT_EQ(host_.runner().commandLines(),
             (Lines{"id bea", "pwpolicy -u bea -enableuser", "id bea", "pwpolicy -u bea -clearaccountpolicies",
                    "pwpolicy -u bea -setpolicy newPasswordRequired=1"}));

@@ -61,9 +61,16 @@ TEST_F(AccountOperations, whoDoesNotExistIsNotChanged) {
   EXPECT_EQ(runner_.commandLines(), Lines(cases.size(), "id ana")) << "nothing but the look-up ran";
 }
 
+TEST_F(AccountOperations, anAccountExistsWhenItsUserIDIsPrinted) {
+  runner_.answer("id ana", "gid=20(staff)");
+  EXPECT_EQ(enableUser("ana", runner_), "cannot enable ana: user does not exist.");
+  runner_.answer("id ana", "euid");
+  EXPECT_EQ(enableUser("ana", runner_), "");
+}
+
 TEST_F(AccountOperations, anAccountIsCreatedWithAHint) {
   const std::string command =
-      "sysadminctl -addUser ana -password pw 1 -passwordHint Ask Varnex to reset if you forget.";
+      "sysadminctl -addUser ana -password 'pw 1' -passwordHint 'Ask Varnex to reset if you forget.'";
   runner_.answer(command, "Creating home directory at /Users/ana\n");
   EXPECT_EQ(createUser("ana", "pw 1", false, runner_), "Creating home directory at /Users/ana\n");
   EXPECT_EQ(createUser("ana", "pw 1", true, runner_), "");
@@ -76,8 +83,8 @@ TEST_F(AccountOperations, blanksInANewNameBecomeUnderscores) {
   EXPECT_EQ(createUser(" John  Smith\t\u00A0", "p w", false, runner_), "");
   EXPECT_EQ(runner_.commandLines(),
             (Lines{"id _John__Smith\t\u00A0",
-                   "streaming sysadminctl -addUser _John__Smith\t\u00A0 -password p w -passwordHint Ask "
-                   "Varnex to reset if you forget."}));
+                   "streaming sysadminctl -addUser _John__Smith\t\u00A0 -password 'p w' -passwordHint 'Ask "
+                   "Varnex to reset if you forget.'"}));
 }
 
 TEST_F(AccountOperations, whoExistsIsNotCreated) {

@@ -44,6 +44,7 @@ TEST_F(CommandJobs, whatACommandPrintsIsItsMessageAndDecidesItsSuccess) {
   EXPECT_EQ(execute("echo hi"), answer("hi", 1));
   EXPECT_EQ(execute("true"), answer("", 0)) << "a command that succeeds silently";
   EXPECT_EQ(host_.runner().commandLines(), (Lines{"echo hi", "true"}));
+  EXPECT_EQ(host_.runnersMade(), 2) << "a fresh one each";
   EXPECT_EQ(log_.messages(), Lines{});
 }
 
@@ -150,7 +151,7 @@ TEST_F(CommandJobs, aProcessIsAskedToEndByItsIdAsItCame) {
   EXPECT_EQ(kill("312"), answer("", 1));
   EXPECT_EQ(kill("Finder"), answer("", 1)) << "not validated";
   EXPECT_EQ(kill("-9 1"), answer("", 1)) << "one argument whatever it holds";
-  EXPECT_EQ(host_.runner().commandLines(), (Lines{"kill 312", "kill Finder", "kill -9 1"}));
+  EXPECT_EQ(host_.runner().commandLines(), (Lines{"kill 312", "kill Finder", "kill '-9 1'"}));
   EXPECT_EQ(log_.messages(), Lines{});
 }
 

@@ -54,6 +54,8 @@ TEST(ParseUserRecord, everyFormOfARecord) {
        user("alice", "501", "", "20")},
       {"of several short names on lines of their own the first",
        "RecordName:\n marta\n Marta Alvarez\nUniqueID: 501", user("marta", "501", "", "20")},
+      {"a short name is cut at blanks only", "RecordName: a\tb\u00A0c d\nUniqueID: 501",
+       user("a\tb\u00A0c", "501", "", "20")},
       {"the order of the keys is free", "UniqueID: 501\nRecordName: a\nRealName: A",
        user("a", "501", "A", "20")},
       {"a later line replaces an earlier one", "RecordName: a\nRecordName: b\nUniqueID: 1\nUniqueID: 501",
@@ -116,7 +118,8 @@ TEST(ParseUserRecord, theOneMembershipReportedIsTheAdministratorsOrStaff) {
 
 TEST(ParseUserRecordDeathTest, aUserIDLineThatEndsAtItsColonEndsTheProcess) {
   test::FakeTaskRunner runner;
-  EXPECT_DEATH(parse("RecordName: a\nUniqueID:", runner), "A user record has no user ID behind its key");
+  for (const char* const record : {"RecordName: a\nUniqueID:", "UniqueID::"})
+    EXPECT_DEATH(parse(record, runner), "^A user record has no user ID behind its key\n$");
 }
 
 TEST(GetUserGroupIDs, areAllOrNone) {
@@ -315,13 +318,19 @@ class CleanUp : public testing::Test {
 
 TEST_F(CleanUp, homeFoldersWithoutAccountAreRemovedAndSharedStays) {
   host_.directories["/Users"] = {"Shared", "anna", "temp-2022", "old user", "shared"};
-  host_.runner().answer("rm -rf /Users/old user/", "rm: denied");
+  host_.runner().answer("rm -rf '/Users/old user/'", "rm: denied");
   cleanUpOrphanHomeDirectories({"anna", "nobody-home"}, host_, host_.runner());
   EXPECT_EQ(host_.runner().commandLines(),
-            (Lines{"rm -rf /Users/temp-2022/", "rm -rf /Users/old user/", "rm -rf /Users/shared/"}));
+            (Lines{"rm -rf /Users/temp-2022/", "rm -rf '/Users/old user/'", "rm -rf /Users/shared/"}));
   EXPECT_EQ(log_.messages(), (Lines{"Cleaning up home directory for deleted user temp-2022",
                                     "ERROR: deleting home directory for old user: rm: denied",
                                     "Cleaning up home directory for deleted user shared"}));
+}
+
+TEST_F(CleanUp, oneNameInTwoSpellingsIsOneName) {
+  host_.directories["/Users"] = {"jos\u00e9", "ande\u0301", "Jos\u00e9", "\xFF"};
+  cleanUpOrphanHomeDirectories({"jose\u0301", "and\u00e9"}, host_, host_.runner());
+  EXPECT_EQ(host_.runner().commandLines(), (Lines{"rm -rf /Users/Jos\u00e9/", "rm -rf /Users/\xFF/"}));
 }
 
 TEST_F(CleanUp, aFolderThatCannotBeListedIsLogged) {
@@ -371,6 +380,25 @@ TEST_F(ListLocalUsers, withoutAnAdminGroupItsNumberIsZero) {
   const auto result = run();
   ASSERT_TRUE(result.local_users);
   EXPECT_EQ(*result.local_users, std::vector<UserData>{user("anna", "501", "Anna", "0")});
+}
+
+TEST_F(ListLocalUsers, withoutAnyGroupItsNumberIsZeroToo) {
+  addUser();
+  host_.runner().answer("id -G anna", "20 0 80");
+  EXPECT_EQ(getLocalUsersAndGroups(host_, host_.runner()).users,
+            std::vector<UserData>{user("anna", "501", "Anna", "0")});
+}
+
+TEST_F(ListLocalUsers, theCleanUpTakesTheSystemsAccountsFoldersAndNeverChangesTheResult) {
+  addGroups();
+  host_.runner().answer(kListing, "RecordName: anna\nUniqueID: 501\n-\nRecordName: daemon\nUniqueID: 1\n");
+  host_.directories["/Users"] = {"anna", "daemon"};
+  host_.runner().answer("rm -rf /Users/daemon/", "rm: denied");
+  EXPECT_EQ(run().success, 1);
+  EXPECT_EQ(log_.messages(), Lines{"ERROR: deleting home directory for daemon: rm: denied"});
+  host_.directories.clear();
+  EXPECT_EQ(run().success, 1);
+  EXPECT_EQ(host_.runnersMade(), 2) << "a fresh one each";
 }
 
 TEST_F(ListLocalUsers, noUsersMeanNoCleanUp) {

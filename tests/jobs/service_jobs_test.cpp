@@ -117,6 +117,12 @@ TEST_F(ServiceJobs, withoutANameNothingRuns) {
   EXPECT_EQ(host_.runner().commandLines(), Lines{});
 }
 
+TEST_F(ServiceJobs, theNameIsLookedForBeforeTheMode) {
+  const JobResult expected{.id = 7, .message = "Switch Services Error: Invalid commands", .success = 0};
+  EXPECT_EQ(jobs_.switchService(Job{{"id", "7"}, {"type", "x"}}, "pause"), expected);
+  EXPECT_EQ(log_.messages(), Lines{"Switch Services Error: Invalid commands: x"});
+}
+
 TEST_F(ServiceJobs, anUnknownModeIsLoggedTwice) {
   const JobResult expected{.id = 7, .message = "Switch Services Error: Unknown command", .success = 0};
   EXPECT_EQ(jobs_.switchService(job("pause"), "pause"), expected);

@@ -147,6 +147,7 @@ TEST_F(SMCTest, whatAKeyReadsAs) {
       {"sp69", "sp69", {2, 0}},
       {"long", "ui8 ", std::vector<std::uint8_t>(32, 7), 33},
       {"huge", "ui8 ", std::vector<std::uint8_t>(32, 7), 0xFFFFFFFFU},
+      {"more", "ui32", {0, 0, 1, 9}, 2},
       {"last", "ui8 ", lastByteSet},
       {"cut.", "ui32", {1, 2}},
       {"nan.", "flt ", {0, 0, 0xC0, 0x7F}},
@@ -166,6 +167,7 @@ TEST_F(SMCTest, whatAKeyReadsAs) {
       {"a size over 32 is read as 32", "long", 7},
       {"the largest size too", "huge", 7},
       {"a byte that is not zero counts wherever it is", "last", 0},
+      {"bytes behind the size are not copied", "more", std::nullopt},
       {"behind a short value are zeros", "cut.", 0x01020000},
       {"a key that the controller does not know", "gone", std::nullopt},
   };
@@ -174,6 +176,11 @@ TEST_F(SMCTest, whatAKeyReadsAs) {
     EXPECT_TRUE(std::isnan(smc.readKeyValue("nan.").value_or(0)));
   });
   EXPECT_EQ(output, "") << "none of this is an error";
+}
+
+TEST_F(SMCTest, anEmptyValueIsNoneEvenWhereZeroIsAValue) {
+  controller_.keys = {{"FS! ", "ui16", {}}};
+  EXPECT_EQ(open().readKeyValue("FS! "), std::nullopt);
 }
 
 TEST_F(SMCTest, driverErrorsArePrinted) {
@@ -245,8 +252,18 @@ TEST_F(SMCTest, allKeysAreAskedForByIndexAndOneMore) {
 
 TEST_F(SMCTest, aCallThatFailsIsNoKey) {
   // The number says more than there are.
-  controller_.keys = {{"#KEY", "ui8 ", {9}}, {"Tp01", "ui8 ", {1}}};
-  EXPECT_EQ(open().allKeys(), (Lines{"#KEY", "Tp01"}));
+  controller_.keys = {{"#KEY", "ui8 ", {9}}, {"Tp01", "ui8 ", {1}}, {"Tp05", "ui8 ", {1}}};
+  controller_.unreadableIndices = {1};
+  EXPECT_EQ(open().allKeys(), (Lines{"#KEY", "Tp05"}));
+  EXPECT_EQ(controller_.questions.size(), 12U) << "two for the number, ten for the keys";
+}
+
+TEST_F(SMCTest, theNumberOfKeysIsCutToAnInteger) {
+  controller_.addTemperature("#KEY", 0.9F);
+  EXPECT_EQ(open().allKeys(), Lines{"#KEY"});
+  controller_.keys.clear();
+  controller_.addTemperature("#KEY", -1);
+  EXPECT_EQ(open().allKeys(), Lines{});
 }
 
 TEST_F(SMCTest, withoutANumberThereAreNoKeys) {
@@ -283,10 +300,20 @@ TEST_F(SMCTest, severalThreadsReadAtOnce) {
   for (auto& thread : threads) thread.join();
 }
 
+TEST(SharedSMC, isOneForAllThreads) {
+  testing::internal::CaptureStdout();
+  std::vector<const SMC*> seen(8);
+  std::vector<std::thread> threads;
+  for (const SMC*& mine : seen) threads.emplace_back([&mine] { mine = &sharedSMC(); });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), &sharedSMC()), 8);
+  testing::internal::GetCapturedStdout();
+}
+
 TEST(SystemSMCConnection, onThisSystemThereIsNoController) {
   testing::internal::CaptureStdout();
-  EXPECT_EQ(sharedSMC().readKeyValue("Tp01"), std::nullopt);
-  EXPECT_EQ(&sharedSMC(), &sharedSMC());
+  const SMC smc(systemSMCConnection());
+  EXPECT_EQ(smc.readKeyValue("Tp01"), std::nullopt);
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "Error IOIteratorNext(): (os/kern) successful\n"
             "Error read(Tp01): (ipc/send) invalid destination port\n");

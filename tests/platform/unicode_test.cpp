@@ -90,6 +90,16 @@ std::string encoded(char32_t character) {
   return {byte(0xF0U | character >> 18U), tail(12), tail(6), tail(0)};
 }
 
+TEST(ComposedText, spellsALetterInOneWay) {
+  EXPECT_EQ(composedText("jose\u0301"), "jos\u00e9");
+  EXPECT_EQ(composedText("jos\u00e9"), "jos\u00e9");
+  EXPECT_EQ(composedText("\u212B"), "\u00c5") << "the sign for a unit of length";
+  EXPECT_EQ(composedText("\uFB01"), "\uFB01") << "what only looks alike stays";
+  EXPECT_EQ(composedText("anna"), "anna");
+  EXPECT_EQ(composedText(""), "");
+  EXPECT_EQ(composedText("jose\xCC"), "jose\xCC") << "malformed";
+}
+
 TEST(FirstCharacter, readsEveryCharacterButTheSurrogates) {
   for (char32_t character = 0; character <= kLastCharacter; ++character) {
     const std::string bytes = encoded(character);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -26,9 +27,12 @@ class FakeHost : public Host {
   std::map<std::string, std::vector<std::string>> directories;
   std::string systemVersion = "14.5";
   std::vector<NetworkHardware> interfaces;
+  /// How often somebody asked for a runner of his own.
+  [[nodiscard]] int runnersMade() const { return runnersMade_; }
   SimulatedController& controller() const { return *controller_; }
 
   [[nodiscard]] std::unique_ptr<TaskRunner> makeTaskRunner() const override {
+    ++runnersMade_;
     return std::make_unique<Shared>(*runner_);
   }
   [[nodiscard]] std::optional<std::string> computerName() const override { return name; }
@@ -70,6 +74,7 @@ class FakeHost : public Host {
   };
 
   std::unique_ptr<SimulatedController> controller_ = std::make_unique<SimulatedController>();
+  mutable std::atomic<int> runnersMade_ = 0;
   mutable std::once_flag smcMade_;
   mutable std::unique_ptr<SMC> smc_;
   std::unique_ptr<FakeTaskRunner> runner_ = std::make_unique<FakeTaskRunner>();

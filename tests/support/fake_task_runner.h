@@ -11,7 +11,8 @@
 namespace msp::test {
 
 /// A runner that starts nothing: it answers from a table and records every command line, arguments joined
-/// by one blank. A command line without an answer prints nothing.
+/// by one blank; one that is empty or holds a blank is in single quotes. A command line without an answer
+/// prints nothing.
 class FakeTaskRunner : public TaskRunner {
  public:
   void answer(const std::string& commandLine, std::string output) {
@@ -39,7 +40,10 @@ class FakeTaskRunner : public TaskRunner {
   std::string run(const std::string& command, const std::vector<std::string>& arguments,
                   const std::string& prefix) {
     std::string line = command;
-    for (const std::string& argument : arguments) line += " " + argument;
+    for (const std::string& argument : arguments) {
+      const bool isQuoted = argument.empty() || argument.find(' ') != std::string::npos;
+      line += isQuoted ? " '" + argument + "'" : " " + argument;
+    }
     commandLines_.push_back(prefix + line);
     if (observer_) observer_(line);
     const auto found = answers_.find(line);

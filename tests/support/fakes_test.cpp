@@ -23,6 +23,8 @@ TEST(FakeTaskRunner, answersFromItsTableAndRecordsWhatWasAsked) {
   EXPECT_EQ(runner.runCommandStreaming("ps", {"-ax", "-c"}), "");
   EXPECT_EQ(runner.commandLines(), (std::vector<std::string>{"id anna", "streaming ps -ax -c"}));
   EXPECT_EQ(observed, (std::vector<std::string>{"id anna", "ps -ax -c"}));
+  runner.runCommand("rm", {"", "a b"});
+  EXPECT_TRUE(runner.ran("rm '' 'a b'"));
   EXPECT_TRUE(runner.ran("id anna"));
   EXPECT_FALSE(runner.ran("id"));
   runner.forgetCommandLines();
@@ -36,6 +38,7 @@ TEST(FakeHost, givesEveryRunnerTheSameTable) {
   EXPECT_EQ(host.makeTaskRunner()->runCommand("who", {}), "anna console");
   EXPECT_EQ(host.makeTaskRunner()->runCommandStreaming("who", {}), "anna console");
   EXPECT_EQ(host.runner().commandLines(), (std::vector<std::string>{"who", "streaming who"}));
+  EXPECT_EQ(host.runnersMade(), 2);
   EXPECT_EQ(host.fileContent("/a"), "content");
   EXPECT_EQ(host.fileContent("/b"), std::nullopt);
   EXPECT_EQ(host.computerName(), "Ana's Mac");

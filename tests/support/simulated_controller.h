@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,6 +30,7 @@ struct SimulatedController {
   std::optional<SMCConnection::OpenError> openError;
   std::map<std::string, std::int32_t> infoErrors;  // by key: asking for its size and type fails
   std::map<std::string, std::int32_t> readErrors;  // by key: asking for its value fails
+  std::set<std::uint32_t> unreadableIndices;       // asking for the key there fails
   std::map<std::int32_t, std::string> errorTexts;
   std::int32_t closeCode = 0;
 
@@ -80,7 +82,8 @@ class SimulatedConnection : public SMCConnection {
     if (connection != kNumber) return kNotConnected;
     output = SMCKeyData{};
     if (input.command == 8) {
-      if (input.index >= controller_.keys.size()) return kNoSuchIndex;
+      if (input.index >= controller_.keys.size() || controller_.unreadableIndices.contains(input.index))
+        return kNoSuchIndex;
       output.key = controllerCode(controller_.keys[input.index].name);
       return 0;
     }
