@@ -1,6 +1,7 @@
 // Stands in for every tool of the simulated Mac. It is installed as <lab>/bin/<tool> and prints what the
 // lab holds for its command line, byte for byte: standard output, standard error, exit status. Where it
-// looks, and how the files are named, is in README.md beside this file.
+// looks, and how the files are named, is in README.md beside this file. What changes the machine is left to
+// mac-effects, which this program becomes then.
 //
 // A check-in launches it a hundred times, so it allocates nothing and is linked for a quick start.
 
@@ -8,10 +9,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -86,6 +90,11 @@ bool writeAll(int descriptor, const char* bytes, std::size_t size) {
   return true;
 }
 
+int complain(std::string_view complaint) {
+  writeAll(STDERR_FILENO, complaint.data(), complaint.size());
+  return kNoLab;
+}
+
 ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
   ssize_t got = 0;
   do {
@@ -116,17 +125,17 @@ void copyTo(int stream, int file) {
   close(file);
 }
 
-/// The decimal number in the file; 0 when there is no file.
-int statusIn(int file) {
+/// The decimal number in the file, of nine digits at most; 0 when there is no file.
+int numberIn(int file) {
   if (file < 0) return 0;
-  char digits[16];
+  char digits[9];
   const auto got = readSome(file, digits, sizeof(digits));
-  int status = 0;
+  int number = 0;
   for (ssize_t i = 0; i < got && digits[i] >= '0' && digits[i] <= '9'; ++i) {
-    status = (status * 10 + (digits[i] - '0')) & 0xff;
+    number = number * 10 + (digits[i] - '0');
   }
   close(file);
-  return status;
+  return number;
 }
 
 /// Prints what a folder of the lab holds for the command line and gives the exit status; prints nothing
@@ -136,7 +145,7 @@ std::optional<int> answerFrom(std::string_view lab, std::string_view folder, std
   if (output < 0) return std::nullopt;
   copyTo(STDOUT_FILENO, output);
   copyTo(STDERR_FILENO, openFile(lab, folder, commandLine, ".stderr"));
-  return statusIn(openFile(lab, folder, commandLine, ".status"));
+  return numberIn(openFile(lab, folder, commandLine, ".status")) & 0xff;
 }
 
 /// which(1), but it knows the simulated Mac's tools only: a tool that is missing there must never be
@@ -159,14 +168,81 @@ int which(std::string_view lab, int count, char** names) {
   return status;
 }
 
+/// A tool that a test has spoilt as a whole. Its folder below tools/ may hold `hold`, a FIFO to wait for,
+/// `milliseconds` to wait, and an `answer` to every command line.
+std::optional<int> answerOfSpoiltTool(std::string_view lab, std::string_view tool) {
+  const int folder = openFile(lab, "/tools/", tool, "");
+  if (folder < 0) return std::nullopt;
+  close(folder);
+  if (const int fifo = openFile(lab, "/tools/", tool, "/hold"); fifo >= 0) {
+    char byte = 0;
+    while (readSome(fifo, &byte, 1) > 0) continue;
+    close(fifo);
+  }
+  constexpr long kPerSecond = 1000, kNanosecondsEach = 1'000'000;
+  const long wait = numberIn(openFile(lab, "/tools/", tool, "/milliseconds"));
+  timespec left{wait / kPerSecond, wait % kPerSecond * kNanosecondsEach};
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) continue;
+  FileName answer;
+  answer.append(tool).append("/answer");
+  return answerFrom(lab, "/tools/", answer.view());
+}
+
+/// A command line that only asks: a tool, and the argument by which it asks. At place 0 any command line
+/// does.
+struct Question {
+  std::string_view tool;
+  int place;
+  std::string_view word;
+};
+
+constexpr Question kQuestions[] = {
+    {"dscl", 2, "-read"},
+    {"dscl", 2, "-readall"},
+    {"id", 0, ""},
+    {"launchctl", 1, "list"},
+    {"ps", 0, ""},
+    {"pwpolicy", 3, "-authentication-allowed"},
+    {"sysadminctl", 1, "-secureTokenStatus"},
+};
+
+/// The tools whose answers follow what was done to the machine.
+constexpr std::string_view kTellingTools[] = {"dscl", "dseditgroup", "id", "kill",     "launchctl",
+                                              "ps",   "pwpolicy",    "rm", "shutdown", "sysadminctl"};
+
+bool isTelling(std::string_view tool) {
+  return std::find(std::begin(kTellingTools), std::end(kTellingTools), tool) != std::end(kTellingTools);
+}
+
+bool isQuestion(std::string_view tool, int argumentCount, char** arguments) {
+  return std::any_of(std::begin(kQuestions), std::end(kQuestions), [&](const Question& question) {
+    if (question.tool != tool) return false;
+    return question.place == 0 ||
+           (question.place < argumentCount && question.word == arguments[question.place]);
+  });
+}
+
+bool hasState(std::string_view lab) {
+  const int file = openFile(lab, "/state.json", "", "");
+  if (file >= 0) close(file);
+  return file >= 0;
+}
+
+/// Becomes mac-effects; comes back when the lab has none.
+int becomeEffects(const Launch& launch, char** arguments) {
+  Path program, tool;
+  program.append(launch.lab).append("/effects");
+  tool.append(launch.tool);
+  arguments[0] =
+      const_cast<char*>(tool.terminated());  // NOLINT(cppcoreguidelines-pro-type-const-cast): execv's
+  if (program.fits()) execv(program.terminated(), arguments);
+  return complain("mac-tool: cannot run <lab>/effects\n");
+}
+
 int run(int argumentCount, char** arguments) {
   auto launch = parseLaunch(launchPath());
   if (!launch) launch = parseLinkedLaunch(launchPath());
-  if (!launch) {
-    constexpr std::string_view kComplaint = "mac-tool: not launched as <lab>/bin/<tool>\n";
-    writeAll(STDERR_FILENO, kComplaint.data(), kComplaint.size());
-    return kNoLab;
-  }
+  if (!launch) return complain("mac-tool: not launched as <lab>/bin/<tool>\n");
 
   FileName commandLine;
   commandLine.append(launch->tool);
@@ -176,11 +252,17 @@ int run(int argumentCount, char** arguments) {
   if (commandLine.fits()) {
     if (const auto status = answerFrom(launch->lab, "/answers/", commandLine.view())) return *status;
   }
+  if (const auto status = answerOfSpoiltTool(launch->lab, launch->tool)) return *status;
   if (launch->tool == "which") return which(launch->lab, argumentCount - 1, arguments + 1);
+
+  const bool telling = isTelling(launch->tool);
+  if (telling && (!isQuestion(launch->tool, argumentCount, arguments) || hasState(launch->lab))) {
+    return becomeEffects(*launch, arguments);
+  }
   if (commandLine.fits()) {
     if (const auto status = answerFrom(launch->lab, "/machine/", commandLine.view())) return *status;
   }
-  return kNoAnswer;
+  return telling ? becomeEffects(*launch, arguments) : kNoAnswer;
 }
 
 }  // namespace

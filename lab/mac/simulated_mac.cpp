@@ -12,6 +12,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "mac/accounts.h"
+#include "mac/descriptor.h"
+#include "mac/machine.h"
+#include "mac/processes.h"
+#include "mac/services.h"
+
 namespace msp::lab {
 
 namespace fs = std::filesystem;
@@ -29,43 +35,7 @@ constexpr std::array kTools = {
 constexpr std::string_view kWirelessTool =
     "System/Library/PrivateFrameworks/Apple80211.framework/Versions/Current/Resources/airport";
 
-/// A file descriptor that no tool inherits: one that did would keep a held tool from seeing the end.
-class Descriptor {
- public:
-  Descriptor(const fs::path& file, int flags) {
-    do {
-      number_ = open(file.c_str(), flags | O_CLOEXEC, 0644);
-    } while (number_ < 0 && errno == EINTR);
-    if (number_ < 0) fail(file);
-  }
-  ~Descriptor() { close(number_); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor(Descriptor&&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  void writeAll(std::string_view content, const fs::path& file) const {
-    while (!content.empty()) {
-      const auto written = write(number_, content.data(), content.size());
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) fail(file);
-      content.remove_prefix(static_cast<std::size_t>(written));
-    }
-  }
-
- private:
-  [[noreturn]] static void fail(const fs::path& file) {
-    throw std::system_error(errno, std::generic_category(), "cannot write " + file.string());
-  }
-
-  int number_ = -1;
-};
-
-void writeFile(const fs::path& file, std::string_view content) {
-  Descriptor(file, O_WRONLY | O_CREAT | O_TRUNC).writeAll(content, file);
-}
-
-/// Removes an answer; the tools that wait for it find the end of the file.
+/// Removes a file; the tools that wait for it, should it be a FIFO, find the end of the file.
 void discard(const fs::path& file) {
   if (!fs::is_fifo(file)) {
     fs::remove(file);
@@ -73,6 +43,12 @@ void discard(const fs::path& file) {
   }
   const Descriptor writer(file, O_RDWR | O_NONBLOCK);  // a reader too, so opening does not wait for one
   fs::remove(file);
+}
+
+void makePipe(const fs::path& file) {
+  if (mkfifo(file.c_str(), 0600) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot make " + file.string());
+  }
 }
 
 /// In single quotes, as a shell reads it back.
@@ -96,7 +72,8 @@ SimulatedMac::SimulatedMac(const fs::path& folder, std::string_view machine)
     : machine_(fs::canonical(fs::path(MSP_MACHINES) / machine)) {
   if (!fs::create_directories(folder)) throw std::runtime_error(folder.string() + " is there already");
   folder_ = fs::canonical(folder);
-  for (const auto* part : {"agent", "answers", "bin", "home", "Users"}) fs::create_directory(folder_ / part);
+  for (const auto* part : {"agent", "answers", "bin", "home", "tools", "Users"})
+    fs::create_directory(folder_ / part);
   fs::create_directory_symlink(machine_, folder_ / "machine");
   buildHome();
   buildTools();
@@ -120,6 +97,7 @@ void SimulatedMac::buildHome() const {
 
 void SimulatedMac::buildTools() const {
   for (const auto* name : kTools) fs::create_symlink(MSP_MAC_TOOL, tool(name));
+  fs::create_symlink(MSP_MAC_EFFECTS, folder_ / "effects");
 }
 
 void SimulatedMac::buildFolders() const {
@@ -182,9 +160,7 @@ void SimulatedMac::forgetAnswer(std::string_view commandLine) {
 void SimulatedMac::hold(std::string_view commandLine) {
   forgetAnswer(commandLine);
   const auto file = answerFile(commandLine);
-  if (mkfifo(file.c_str(), 0600) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot make " + file.string());
-  }
+  makePipe(file);
   held_.insert(file);
 }
 
@@ -194,8 +170,82 @@ void SimulatedMac::release(std::string_view commandLine, std::string_view output
   const Descriptor pipe(file, O_WRONLY);  // waits for the tool
   held_.erase(file);
   fs::remove(file);  // the pipe itself stays until both sides are done
-  pipe.writeAll(output, file);
+  pipe.writeAll(output);
 }
+
+fs::path SimulatedMac::spoiltTool(std::string_view name) const { return folder_ / "tools" / name; }
+
+/// Writes a file for a tool that is spoilt from now on; nothing else of it stays.
+void SimulatedMac::spoilTool(std::string_view name,
+                             std::initializer_list<std::pair<std::string_view, std::string>> files) {
+  restoreTool(name);
+  const auto draft = spoiltTool(".draft");
+  fs::create_directory(draft);
+  for (const auto& [file, content] : files) writeFile(draft / file, content);
+  fs::rename(draft, spoiltTool(name));
+}
+
+void SimulatedMac::failTool(std::string_view name, int status, std::string_view error) {
+  spoilTool(
+      name,
+      {{"answer", ""}, {"answer.stderr", std::string(error)}, {"answer.status", std::to_string(status)}});
+}
+
+void SimulatedMac::garbageTool(std::string_view name, std::string_view bytes) {
+  spoilTool(name, {{"answer", std::string(bytes)}});
+}
+
+void SimulatedMac::slowTool(std::string_view name, int milliseconds) {
+  spoilTool(name, {{"milliseconds", std::to_string(milliseconds)}});
+}
+
+void SimulatedMac::holdTool(std::string_view name) {
+  restoreTool(name);
+  const auto draft = spoiltTool(".draft");
+  fs::create_directory(draft);
+  makePipe(draft / "hold");
+  fs::rename(draft, spoiltTool(name));
+  held_.insert(spoiltTool(name) / "hold");
+}
+
+void SimulatedMac::restoreTool(std::string_view name) {
+  const auto pipe = spoiltTool(name) / "hold";
+  if (held_.erase(pipe) > 0) discard(pipe);
+  fs::remove_all(spoiltTool(name));
+}
+
+std::vector<std::string> SimulatedMac::accounts() const { return accountNames(Machine(folder_)); }
+
+bool SimulatedMac::isAdmin(const std::string& name) const { return isAdministrator(Machine(folder_), name); }
+
+bool SimulatedMac::isEnabled(const std::string& name) const { return lab::isEnabled(Machine(folder_), name); }
+
+std::optional<std::string> SimulatedMac::password(const std::string& name) const {
+  return changeOf(Machine(folder_), name).password;
+}
+
+bool SimulatedMac::mustChangePassword(const std::string& name) const {
+  return changeOf(Machine(folder_), name).new_password_required;
+}
+
+std::vector<std::string> SimulatedMac::homeFolders() const {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(users())) {
+    if (!entry.is_symlink() && entry.is_directory()) names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::vector<std::string> SimulatedMac::loadedServices() const {
+  std::vector<std::string> labels;
+  for (const auto& service : servicesOf(Machine(folder_))) labels.push_back(service.label);
+  return labels;
+}
+
+bool SimulatedMac::isRunning(std::int64_t pid) const { return isProcess(Machine(folder_), pid); }
+
+std::vector<std::string> SimulatedMac::restarts() const { return Machine(folder_).state.restarts; }
 
 fs::path SimulatedMac::sandboxExecutable() { return MSP_MAC_SANDBOX; }
 

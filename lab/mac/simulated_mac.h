@@ -1,18 +1,18 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <initializer_list>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include "mac/answer.h"
 
 namespace msp::lab {
-
-/// What a tool prints for one command line, byte for byte.
-struct Answer {
-  std::string output;
-  std::string error{};
-  int status = 0;
-};
 
 /// A Mac in a folder, called the lab folder: the tools that an agent runs, the folders that it looks
 /// into, and a directory for the agent itself.
@@ -21,6 +21,9 @@ struct Answer {
 ///     bin/          one tool per name; each prints what is filed for its command line
 ///     machine       symbolic link to the folder of tool output (lab/mac/machines/<machine>)
 ///     answers/      files that go before the machine's, of the same form
+///     tools/        a folder for each tool that is spoilt as a whole
+///     effects       the program that tools become to change the machine
+///     state.json    what they have changed; absent as long as that is nothing
 ///     Users/ Library/ System/
 ///     agent/        the agent's directory
 ///
@@ -69,6 +72,36 @@ class SimulatedMac {
   /// caller gets SIGPIPE.
   void release(std::string_view commandLine, std::string_view output = "");
 
+  /// Spoils a tool as a whole from the next launch on: it answers every command line alike, and changes
+  /// nothing, until restoreTool() or another of these. An answer() goes before.
+  void failTool(std::string_view name, int status, std::string_view error);
+  void garbageTool(std::string_view name, std::string_view bytes);
+  /// The tool waits before it does its work.
+  void slowTool(std::string_view name, int milliseconds);
+  /// The tool hangs until restoreTool() or the end of this object; then it does its work.
+  void holdTool(std::string_view name);
+  void restoreTool(std::string_view name);
+
+  // What the tools have made of the machine. Each waits for a tool that is changing it.
+
+  /// In the order of the directory's listing, the system's own among them.
+  [[nodiscard]] std::vector<std::string> accounts() const;
+  [[nodiscard]] bool isAdmin(const std::string& name) const;
+  /// False for a missing account and for a disabled one; one that is locked out counts as enabled.
+  [[nodiscard]] bool isEnabled(const std::string& name) const;
+  /// The last one that a tool has set.
+  [[nodiscard]] std::optional<std::string> password(const std::string& name) const;
+  /// Whether the account's policy asks for a new password at the next login.
+  [[nodiscard]] bool mustChangePassword(const std::string& name) const;
+  /// The folders in Users, sorted, "Shared" among them; no symbolic links.
+  [[nodiscard]] std::vector<std::string> homeFolders() const;
+  /// The labels in the order of `launchctl list`.
+  [[nodiscard]] std::vector<std::string> loadedServices() const;
+  /// Whether ps or launchctl lists the process.
+  [[nodiscard]] bool isRunning(std::int64_t pid) const;
+  /// The times for which restarts were ordered ("14:05"), in the order of the orders.
+  [[nodiscard]] std::vector<std::string> restarts() const;
+
   /// The executable that runs a program with this Mac around it.
   [[nodiscard]] static std::filesystem::path sandboxExecutable();
 
@@ -77,10 +110,13 @@ class SimulatedMac {
   void buildTools() const;
   void buildFolders() const;
   [[nodiscard]] std::filesystem::path answerFile(std::string_view commandLine) const;
+  [[nodiscard]] std::filesystem::path spoiltTool(std::string_view name) const;
+  void spoilTool(std::string_view name,
+                 std::initializer_list<std::pair<std::string_view, std::string>> files);
 
   std::filesystem::path folder_;
   std::filesystem::path machine_;
-  std::set<std::filesystem::path> held_;  // the FIFOs among the answers
+  std::set<std::filesystem::path> held_;  // the FIFOs that tools wait for
 };
 
 }  // namespace msp::lab

@@ -46,6 +46,31 @@ std::string longText(std::size_t size) { return std::string(size, 'x'); }
 
 int filedStatus(const fs::path& file) { return fs::exists(file) ? std::stoi(contentOf(file)) : 0; }
 
+std::string withStart(const std::string& text, std::string_view start, std::string_view by) {
+  return text.starts_with(start) ? std::string(by) + text.substr(start.size()) : text;
+}
+
+/// The command line that a file's name stands for: with its slashes, and the only argument that holds blanks.
+std::vector<std::string> asTyped(const std::string& fileName) {
+  constexpr std::string_view kHint = "Ask Varnex to reset if you forget.";
+  std::vector<std::string> command;
+  std::istringstream pieces(fileName);
+  for (std::string piece; std::getline(pieces, piece, ' ');) {
+    if (!command.empty() && kHint.starts_with(command.back() + " ")) {
+      command.back() += " " + piece;
+      continue;
+    }
+    if (!command.empty()) {
+      piece = withStart(piece, "_Users_", "/Users/");
+      piece = withStart(piece, "_Groups_", "/Groups/");
+      piece = withStart(piece, "_Library_LaunchDaemons_", "/Library/LaunchDaemons/");
+      piece = withStart(piece, "system_", "system/");
+    }
+    command.push_back(piece == "_" ? "/" : piece);
+  }
+  return command;
+}
+
 class EveryMachine : public testing::TestWithParam<const char*> {};
 
 TEST_P(EveryMachine, answersEveryFiledCommandLineByteForByte) {
@@ -54,9 +79,7 @@ TEST_P(EveryMachine, answersEveryFiledCommandLineByteForByte) {
   int commandLines = 0;
   for (const auto& entry : fs::directory_iterator(mac.folder() / "machine")) {
     const auto name = entry.path().filename().string();
-    auto command = std::vector<std::string>();
-    std::istringstream pieces(name);
-    for (std::string piece; std::getline(pieces, piece, ' ');) command.push_back(piece);
+    auto command = asTyped(name);
     if (name.ends_with(".stderr") || name.ends_with(".status") || !fs::exists(mac.tool(command.front())))
       continue;
 
@@ -66,6 +89,7 @@ TEST_P(EveryMachine, answersEveryFiledCommandLineByteForByte) {
     EXPECT_EQ(finished.output, contentOf(path)) << name;
     EXPECT_EQ(finished.error, contentOf(path + ".stderr")) << name;
     EXPECT_EQ(finished.status, filedStatus(path + ".status")) << name;
+    fs::remove(mac.folder() / "state.json");  // each on a machine as it was at first
     ++commandLines;
   }
   EXPECT_GT(commandLines, 100);
@@ -108,13 +132,12 @@ TEST_F(MacTool, readsASlashInAnArgumentAsAnUnderscoreInTheFileName) {
 }
 
 TEST_F(MacTool, printsNothingAndExitsWithOneForACommandLineWithoutAFile) {
-  for (const auto* commandLine : {"sw_vers -productName", "rm -rf /Users/frontdesk", "uptime .", "who -q"}) {
+  for (const auto* commandLine : {"sw_vers -productName", "pwpolicy -u frontdesk", "uptime .", "who -q"}) {
     const auto finished = run(commandLine);
     EXPECT_EQ(finished.output, "") << commandLine;
     EXPECT_EQ(finished.error, "") << commandLine;
     EXPECT_EQ(finished.status, 1) << commandLine;
   }
-  EXPECT_TRUE(fs::exists(mac_.users() / "frontdesk"));
 }
 
 TEST_F(MacTool, tellsTwoArgumentsFromOneThatIsEmpty) {
