@@ -6,7 +6,6 @@
 #include <new>
 #include <utility>
 
-#include "platform/event_log.h"
 #include "platform/http_origin.h"
 #include "platform/http_redirect.h"
 #include "platform/open_socket.h"
@@ -64,20 +63,21 @@ CurlList curlList(const std::vector<std::string>& lines) {
   return list;
 }
 
-CurlExchange::CurlExchange(HttpRequest request, HttpClient::Completion completion, Clock::time_point sentAt)
+CurlExchange::CurlExchange(HttpRequest request, std::unique_ptr<AnswerReceiver> receiver,
+                           Clock::time_point sentAt)
     : request_(std::move(request)),
-      completion_(std::move(completion)),
+      receiver_(std::move(receiver)),
       totalDeadline_(request_.totalLimit ? later(sentAt, *request_.totalLimit) : Clock::time_point::max()),
       lastActivity_(sentAt) {}
 
-void CurlExchange::beginAttempt() {
+std::optional<FileError> CurlExchange::beginAttempt() {
   lastActivity_ = Clock::now();
   hasActivity_ = false;
   sent_ = 0;
   headerBytes_ = 0;
-  body_.clear();
-  bodyTooLarge_ = false;
+  refusal_.reset();
   error_[0] = '\0';
+  return receiver_->begin();
 }
 
 void CurlExchange::waitForNetwork(Clock::time_point until) { retryAt_ = until; }
@@ -87,15 +87,9 @@ void CurlExchange::redirect(int status, std::string url) {
   request_ = redirectedRequest(std::move(request_), status, std::move(url));
 }
 
-void CurlExchange::complete(HttpResult result) {
-  try {
-    completion_(std::move(result));
-  } catch (const std::exception& error) {
-    logEvent(std::string("Handling an HTTP answer failed: ") + error.what());
-  } catch (...) {
-    logEvent("Handling an HTTP answer failed: unknown error");
-  }
-}
+void CurlExchange::succeed(int status) { receiver_->succeed(status); }
+
+void CurlExchange::fail(std::string error) { receiver_->fail(std::move(error)); }
 
 Clock::time_point CurlExchange::due() const {
   const auto attempt = stage == Stage::kBetweenAttempts ? retryAt_ : later(lastActivity_, request_.idleLimit);
@@ -167,9 +161,8 @@ void CurlExchange::noteActivity() {
 
 bool CurlExchange::receive(std::string_view bytes) {
   noteActivity();
-  bodyTooLarge_ = bytes.size() > kLargestBody - body_.size();
-  if (!bodyTooLarge_) body_.append(bytes);
-  return !bodyTooLarge_;
+  refusal_ = receiver_->receive(bytes);
+  return !refusal_;
 }
 
 std::size_t CurlExchange::onBody(char* bytes, std::size_t size, std::size_t count, void* exchange) noexcept {

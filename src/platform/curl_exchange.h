@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/answer_receiver.h"
 #include "platform/http_client.h"
 #include "platform/system_proxy.h"
 
@@ -28,9 +29,6 @@ using CurlList = std::unique_ptr<curl_slist, CurlListFree>;
 /// The lines as libcurl wants them. Throws std::bad_alloc.
 CurlList curlList(const std::vector<std::string>& lines);
 
-/// The most bytes a body may have, after decoding.
-constexpr std::size_t kLargestBody = std::size_t{64} * 1024 * 1024;
-
 /// One request on its way to its answer: what it is, how long it may take, and what has arrived so far.
 ///
 /// It may take several attempts: one for each redirect, one for each time the network was gone. For the
@@ -40,15 +38,17 @@ class CurlExchange {
   using Clock = std::chrono::steady_clock;
   enum class Stage { kBetweenAttempts, kLookingUp, kTransferring };
 
-  CurlExchange(HttpRequest request, HttpClient::Completion completion, Clock::time_point sentAt);
+  CurlExchange(HttpRequest request, std::unique_ptr<AnswerReceiver> receiver, Clock::time_point sentAt);
 
-  /// Forgets what an earlier attempt brought and starts the idle limit anew.
-  void beginAttempt();
+  /// Forgets what an earlier attempt brought and starts the idle limit anew. Otherwise the reason why nothing
+  /// can be received.
+  [[nodiscard]] std::optional<FileError> beginAttempt();
   /// Between two attempts: the next one is to begin at that time.
   void waitForNetwork(Clock::time_point until);
   void redirect(int status, std::string url);
-  /// Calls the completion; the exchange is over then.
-  void complete(HttpResult result);
+  /// Both call the completion; the exchange is over then.
+  void succeed(int status);
+  void fail(std::string error);
 
   /// The next time at which something must be done about this exchange, whatever the network does.
   [[nodiscard]] Clock::time_point due() const;
@@ -61,10 +61,10 @@ class CurlExchange {
 
   [[nodiscard]] const HttpRequest& request() const { return request_; }
   [[nodiscard]] int redirects() const { return redirects_; }
-  [[nodiscard]] bool isBodyTooLarge() const { return bodyTooLarge_; }
+  /// Why the receiver took no more, when it was that which ended the attempt.
+  [[nodiscard]] const std::optional<FileError>& refusal() const { return refusal_; }
   /// curl's own words on what went wrong, or those for the code.
   [[nodiscard]] std::string errorText(CURLcode code) const;
-  [[nodiscard]] std::string takeBody() { return std::move(body_); }
 
   Stage stage = Stage::kBetweenAttempts;
   /// The host that is to be connected to: the target's or the proxy's.
@@ -87,7 +87,7 @@ class CurlExchange {
   bool receive(std::string_view bytes);
 
   HttpRequest request_;
-  HttpClient::Completion completion_;
+  std::unique_ptr<AnswerReceiver> receiver_;
   Clock::time_point totalDeadline_;
   Clock::time_point lastActivity_;
   Clock::time_point retryAt_;
@@ -95,8 +95,7 @@ class CurlExchange {
   int redirects_ = 0;
   curl_off_t sent_ = 0;
   std::size_t headerBytes_ = 0;
-  std::string body_;
-  bool bodyTooLarge_ = false;
+  std::optional<FileError> refusal_;
   std::array<char, CURL_ERROR_SIZE> error_{};
   CurlList headerList_;
   CurlList resolveList_;

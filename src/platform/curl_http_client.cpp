@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <limits>
@@ -14,8 +15,12 @@
 #include <utility>
 #include <vector>
 
+#include "platform/answer_receiver.h"
+#include "platform/background_pool.h"
 #include "platform/background_thread.h"
 #include "platform/curl_exchange.h"
+#include "platform/file_calls.h"
+#include "platform/file_url.h"
 #include "platform/http_origin.h"
 #include "platform/http_redirect.h"
 #include "platform/mutex.h"
@@ -31,6 +36,7 @@ constexpr int kMostRedirects = 20;
 // The management server's and the public-address service's; what others leave open is closed.
 constexpr long kMostIdleConnections = 2;
 constexpr std::chrono::seconds kRetryDelay{1};
+constexpr std::size_t kMostCopies = 8;
 constexpr const char* kTimedOut = "The request timed out.";
 constexpr const char* kUnsupportedUrl = "unsupported URL";
 
@@ -94,13 +100,19 @@ class CurlHttpClient::Transport {
   Transport(const Transport&) = delete;
   Transport& operator=(const Transport&) = delete;
 
-  void send(HttpRequest request, Completion completion);
+  void submit(HttpRequest request, std::unique_ptr<AnswerReceiver> receiver);
+  void download(HttpRequest request, DownloadCompletion completion);
 
  private:
   struct Submission {
     HttpRequest request;
-    Completion completion;
+    std::unique_ptr<AnswerReceiver> receiver;
     Clock::time_point sentAt;
+  };
+  /// Of a file of this machine, at its end.
+  struct Copy {
+    std::shared_ptr<AnswerReceiver> receiver;
+    std::optional<FileError> error;
   };
   struct Lookup {
     std::string host;
@@ -110,10 +122,14 @@ class CurlHttpClient::Transport {
   struct Inbox {
     std::vector<Submission> submissions;
     std::vector<Lookup> lookups;
+    std::vector<Copy> copies;
     bool stop = false;
     bool signalled = false;
   };
 
+  void startCopy(const std::string& url, std::shared_ptr<AnswerReceiver> receiver);
+  void endCopy(Copy copy);
+  [[nodiscard]] std::optional<FileError> copy(const std::string& url, AnswerReceiver& receiver) const;
   void wake() MSP_REQUIRES(mutex_);
   Inbox takeInbox();
 
@@ -129,7 +145,9 @@ class CurlHttpClient::Transport {
   void handleDue();
   void stopAttempt(CurlExchange& exchange);
   void attemptFailed(CurlExchange& exchange, std::string error, bool beforeConnection);
-  void finish(CurlExchange& exchange, HttpResult result);
+  void succeed(CurlExchange& exchange, int status);
+  void fail(CurlExchange& exchange, std::string error);
+  [[nodiscard]] std::unique_ptr<CurlExchange> take(CurlExchange& exchange);
   [[nodiscard]] bool isBeingLookedUp(const std::string& host) const;
   [[nodiscard]] bool isInUse(const std::string& nameInCurl) const;
 
@@ -137,6 +155,7 @@ class CurlHttpClient::Transport {
   WakePipe wakePipe_;
   Mutex mutex_;
   Inbox inbox_ MSP_GUARDED_BY(mutex_);
+  std::atomic<bool> stopsCopies_ = false;
 
   // Destroyed from the bottom up: first the easy handles, at last what they share.
   std::unique_ptr<CURLSH, ShareCleanup> share_;
@@ -146,6 +165,7 @@ class CurlHttpClient::Transport {
   std::vector<std::string> namesInCurl_;
   std::size_t transfers_ = 0;
   NameLookup lookup_;
+  BackgroundPool copies_{"file-copy", kMostCopies};
   std::thread thread_;
 };
 
@@ -166,6 +186,7 @@ CurlHttpClient::Transport::Transport(HttpSurroundings surroundings)
 }
 
 CurlHttpClient::Transport::~Transport() {
+  stopsCopies_ = true;
   {
     const MutexLock lock(mutex_);
     inbox_.stop = true;
@@ -174,11 +195,39 @@ CurlHttpClient::Transport::~Transport() {
   thread_.join();
 }
 
-void CurlHttpClient::Transport::send(HttpRequest request, Completion completion) {
+void CurlHttpClient::Transport::submit(HttpRequest request, std::unique_ptr<AnswerReceiver> receiver) {
   const auto now = Clock::now();
   const MutexLock lock(mutex_);
-  inbox_.submissions.push_back({std::move(request), std::move(completion), now});
+  inbox_.submissions.push_back({std::move(request), std::move(receiver), now});
   wake();
+}
+
+void CurlHttpClient::Transport::download(HttpRequest request, DownloadCompletion completion) {
+  auto receiver = std::make_unique<FileReceiver>(surroundings_.temporaryDirectory, std::move(completion));
+  if (isFileUrl(request.url)) return startCopy(request.url, std::move(receiver));
+  submit(std::move(request), std::move(receiver));
+}
+
+void CurlHttpClient::Transport::startCopy(const std::string& url, std::shared_ptr<AnswerReceiver> receiver) {
+  const bool started = copies_.submit([this, url, receiver] { endCopy({receiver, copy(url, *receiver)}); });
+  if (!started) endCopy({std::move(receiver), fileErrorOf(EAGAIN)});
+}
+
+/// Leaves the completion to the transport thread.
+void CurlHttpClient::Transport::endCopy(Copy copy) {
+  const MutexLock lock(mutex_);
+  inbox_.copies.push_back(std::move(copy));
+  wake();
+}
+
+std::optional<FileError> CurlHttpClient::Transport::copy(const std::string& url,
+                                                         AnswerReceiver& receiver) const {
+  const auto path = pathOfFileUrl(url);
+  if (!path) return FileError{kUnsupportedUrl};
+  if (auto error = receiver.begin()) return error;
+  return readInPieces(*path, [&](std::string_view bytes) {
+    return stopsCopies_ ? fileErrorOf(ECANCELED) : receiver.receive(bytes);
+  });
 }
 
 void CurlHttpClient::Transport::wake() {
@@ -197,11 +246,15 @@ void CurlHttpClient::Transport::run() {
   while (true) {
     Inbox inbox = takeInbox();
     if (inbox.stop) break;
-    for (auto& [request, completion, sentAt] : inbox.submissions) {
-      exchanges_.push_back(std::make_unique<CurlExchange>(std::move(request), std::move(completion), sentAt));
+    for (auto& [request, receiver, sentAt] : inbox.submissions) {
+      exchanges_.push_back(std::make_unique<CurlExchange>(std::move(request), std::move(receiver), sentAt));
       begin(*exchanges_.back());
     }
     for (const auto& lookup : inbox.lookups) continueWith(lookup);
+    for (const auto& [receiver, error] : inbox.copies) {
+      constexpr int kOk = 200;
+      error ? receiver->fail(error->description) : receiver->succeed(kOk);
+    }
     if (transfers_ > 0) performTransfers();
     handleDue();
     wait();
@@ -229,13 +282,13 @@ void CurlHttpClient::Transport::wait() {
 
 /// Starts an attempt: whom to connect to, and where that is.
 void CurlHttpClient::Transport::begin(CurlExchange& exchange) {
-  exchange.beginAttempt();
   const auto& request = exchange.request();
   const auto origin = httpOrigin(request.url);
-  if (!origin) return finish(exchange, {std::nullopt, kUnsupportedUrl});
+  if (!origin) return fail(exchange, kUnsupportedUrl);
   if (request.method != "GET" && request.method != "POST") {
-    return finish(exchange, {std::nullopt, "unsupported method"});
+    return fail(exchange, "unsupported method");
   }
+  if (const auto error = exchange.beginAttempt()) return fail(exchange, error->description);
   exchange.proxy = surroundings_.proxyFor(origin->scheme, origin->host);
   if (exchange.proxy) {
     constexpr int kUsualPort = 80, kUsualSocksPort = 1080;
@@ -287,9 +340,9 @@ void CurlHttpClient::Transport::tellAddresses(CurlExchange& exchange, const Look
 void CurlHttpClient::Transport::transfer(CurlExchange& exchange) {
   CurlEasy easy(curl_easy_init());
   const CURLcode code = easy ? exchange.configure(easy.get(), share_.get()) : CURLE_OUT_OF_MEMORY;
-  if (code != CURLE_OK) return finish(exchange, {std::nullopt, exchange.errorText(code)});
+  if (code != CURLE_OK) return fail(exchange, exchange.errorText(code));
   const CURLMcode added = curl_multi_add_handle(multi_.get(), easy.get());
-  if (added != CURLM_OK) return finish(exchange, {std::nullopt, curl_multi_strerror(added)});
+  if (added != CURLM_OK) return fail(exchange, curl_multi_strerror(added));
   exchange.easy = std::move(easy);
   exchange.stage = Stage::kTransferring;
   ++transfers_;
@@ -319,19 +372,17 @@ void CurlHttpClient::Transport::transferEnded(CurlExchange& exchange, CURLcode c
     curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &location);
     if (location == nullptr || !isRedirect(static_cast<int>(status))) {
-      return finish(exchange, {HttpAnswer{static_cast<int>(status), exchange.takeBody()}, ""});
+      return succeed(exchange, static_cast<int>(status));
     }
     if (exchange.redirects() == kMostRedirects) {
-      return finish(exchange, {std::nullopt, "too many HTTP redirects"});
+      return fail(exchange, "too many HTTP redirects");
     }
     std::string url = location;  // dies with the attempt
     stopAttempt(exchange);
     exchange.redirect(static_cast<int>(status), std::move(url));
     return begin(exchange);
   }
-  if (exchange.isBodyTooLarge()) {
-    return finish(exchange, {std::nullopt, "The answer is larger than 64 MiB."});
-  }
+  if (const auto& refusal = exchange.refusal()) return fail(exchange, refusal->description);
   if (code == CURLE_OPERATION_TIMEDOUT) {
     return attemptFailed(exchange, kTimedOut, !exchange.hasMovedData());
   }
@@ -350,7 +401,7 @@ void CurlHttpClient::Transport::handleDue() {
   }
   for (CurlExchange* const exchange : due) {
     if (exchange->isTotalLimitOver(now)) {
-      finish(*exchange, {std::nullopt, kTimedOut});
+      fail(*exchange, kTimedOut);
     } else if (exchange->stage == Stage::kBetweenAttempts) {
       begin(*exchange);
     } else {
@@ -374,19 +425,27 @@ void CurlHttpClient::Transport::stopAttempt(CurlExchange& exchange) {
 void CurlHttpClient::Transport::attemptFailed(CurlExchange& exchange, std::string error,
                                               bool beforeConnection) {
   if (!beforeConnection || !exchange.request().waitsForConnectivity || surroundings_.hasUsableNetwork()) {
-    return finish(exchange, {std::nullopt, std::move(error)});
+    return fail(exchange, std::move(error));
   }
   stopAttempt(exchange);
   exchange.waitForNetwork(Clock::now() + kRetryDelay);
 }
 
-void CurlHttpClient::Transport::finish(CurlExchange& exchange, HttpResult result) {
+void CurlHttpClient::Transport::succeed(CurlExchange& exchange, int status) {
+  take(exchange)->succeed(status);
+}
+
+void CurlHttpClient::Transport::fail(CurlExchange& exchange, std::string error) {
+  take(exchange)->fail(std::move(error));
+}
+
+std::unique_ptr<CurlExchange> CurlHttpClient::Transport::take(CurlExchange& exchange) {
   stopAttempt(exchange);
   const auto place = std::find_if(exchanges_.begin(), exchanges_.end(),
                                   [&](const auto& candidate) { return candidate.get() == &exchange; });
-  const auto owner = std::move(*place);
+  auto owner = std::move(*place);
   exchanges_.erase(place);
-  owner->complete(std::move(result));
+  return owner;
 }
 
 bool CurlHttpClient::Transport::isBeingLookedUp(const std::string& host) const {
@@ -409,7 +468,11 @@ CurlHttpClient::CurlHttpClient(HttpSurroundings surroundings)
 CurlHttpClient::~CurlHttpClient() = default;
 
 void CurlHttpClient::send(HttpRequest request, Completion completion) {
-  transport_->send(std::move(request), std::move(completion));
+  transport_->submit(std::move(request), std::make_unique<MemoryReceiver>(std::move(completion)));
+}
+
+void CurlHttpClient::download(HttpRequest request, DownloadCompletion completion) {
+  transport_->download(std::move(request), std::move(completion));
 }
 
 }  // namespace msp

@@ -9,105 +9,52 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 #include "platform/descriptors.h"
 #include "platform/disk_flush.h"
+#include "platform/file_calls.h"
 #include "platform/hidden_flag.h"
+#include "platform/temporary_file.h"
 
 namespace msp {
 namespace {
 
-FileError errorOf(int number) { return {std::generic_category().message(number)}; }
-FileError lastError() { return errorOf(errno); }
-
-/// A NUL would cut the path short and so name another file: nothing exists at such a path.
-bool isPath(const std::string& path) { return path.find('\0') == std::string::npos; }
-
-/// Calls again for as long as signals interrupt the call.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
-
-/// Opens what exists there, if it is a regular file; never waits for the other end of a pipe.
-std::variant<Descriptor, FileError> openRegularFile(const std::string& path, int flags) {
-  if (!isPath(path)) return errorOf(ENOENT);
-  Descriptor file(
-      uninterrupted([&] { return open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-  if (!file) return lastError();
-  struct stat status {};
-  if (fstat(file.number(), &status) != 0) return lastError();
-  if (S_ISDIR(status.st_mode)) return errorOf(EISDIR);
-  if (!S_ISREG(status.st_mode)) return FileError{"Not a regular file"};
-  return file;
-}
-
-std::optional<FileError> writeAll(const Descriptor& file, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written =
-        uninterrupted([&] { return write(file.number(), content.data(), content.size()); });
-    if (written < 0) return lastError();
-    content.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return std::nullopt;
-}
-
 std::optional<FileError> flush(const Descriptor& file) {
-  if (uninterrupted([&] { return flushToDisk(file.number()); }) != 0) return lastError();
+  if (uninterrupted([&] { return flushToDisk(file.number()); }) != 0) return lastFileError();
   return std::nullopt;
 }
 
 /// Makes a rename in the path's directory last. Not every file system can, and the file is whole anyway.
 void flushDirectoryOf(const std::string& path) {
-  const auto slash = path.rfind('/');
-  const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-  const Descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::string directory = directoryPrefixOf(path);
+  const Descriptor opened(
+      open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (opened) fsync(opened.number());
 }
 
-struct TemporaryFile {
-  Descriptor file;
-  std::string path;
-};
-
-/// A new empty file beside the other, for its owner only.
-std::variant<TemporaryFile, FileError> createBeside(const std::string& path) {
-  if (!isPath(path)) return errorOf(ENOENT);
-  std::string temporaryPath = path + ".XXXXXX";
-  Descriptor file(mkostemp(temporaryPath.data(), O_CLOEXEC));
-  if (!file) return lastError();
-  return TemporaryFile{std::move(file), std::move(temporaryPath)};
-}
-
-std::optional<FileError> fillAndRename(const TemporaryFile& temporary, std::string_view content,
+/// A failure leaves no stray file: the temporary one goes with its owner.
+std::optional<FileError> fillAndRename(OpenTemporaryFile temporary, std::string_view content,
                                        const std::string& path) {
-  // The umask may have taken away what the owner needs.
-  if (fchmod(temporary.file.number(), S_IRUSR | S_IWUSR) != 0) return lastError();
-  if (auto error = writeAll(temporary.file, content)) return error;
-  if (auto error = flush(temporary.file)) return error;
-  if (std::rename(temporary.path.c_str(), path.c_str()) != 0) return lastError();
+  if (auto error = writeAll(temporary.descriptor, content)) return error;
+  if (auto error = flush(temporary.descriptor)) return error;
+  if (std::rename(temporary.file.path().c_str(), path.c_str()) != 0) return lastFileError();
+  temporary.file.release();
   flushDirectoryOf(path);
   return std::nullopt;
 }
 
-std::optional<FileError> replaceBy(const TemporaryFile& temporary, std::string_view content,
-                                   const std::string& path) {
-  auto error = fillAndRename(temporary, content, path);
-  if (error) unlink(temporary.path.c_str());
-  return error;
+/// A new empty file beside the other, for its owner only.
+std::variant<OpenTemporaryFile, FileError> createBeside(const std::string& path) {
+  return createTemporaryFile(path + ".");
 }
 
 std::optional<FileError> overwrite(const Descriptor& file, std::string_view content) {
   // Cut last, so that a disk too full for the first byte leaves the old content.
   if (auto error = writeAll(file, content)) return error;
   const auto size = static_cast<off_t>(content.size());
-  if (uninterrupted([&] { return ftruncate(file.number(), size); }) != 0) return lastError();
+  if (uninterrupted([&] { return ftruncate(file.number(), size); }) != 0) return lastFileError();
   return flush(file);
 }
 
@@ -119,9 +66,9 @@ bool fileExists(const std::string& path) {
 }
 
 std::variant<std::vector<std::string>, FileError> visibleDirectories(const std::string& path) {
-  if (!isPath(path)) return errorOf(ENOENT);
+  if (!isPath(path)) return fileErrorOf(ENOENT);
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
-  if (!directory) return lastError();
+  if (!directory) return lastFileError();
   std::vector<std::string> names;
   while (true) {
     errno = 0;
@@ -136,7 +83,7 @@ std::variant<std::vector<std::string>, FileError> visibleDirectories(const std::
     }
     names.emplace_back(entry->d_name);
   }
-  if (errno != 0) return lastError();
+  if (errno != 0) return lastFileError();
   return names;
 }
 
@@ -152,7 +99,7 @@ std::variant<std::string, FileError> readFile(const std::string& path) {
     if (used == content.size()) content.resize(std::max(kFirstRead, 2 * used));
     const ssize_t count =
         uninterrupted([&] { return read(file, content.data() + used, content.size() - used); });
-    if (count < 0) return lastError();
+    if (count < 0) return lastFileError();
     if (count == 0) break;
     used += static_cast<std::size_t>(count);
   }
@@ -167,15 +114,15 @@ std::optional<std::int64_t> fileSize(const std::string& path) {
 }
 
 std::optional<FileError> replaceFile(const std::string& path, std::string_view content) {
-  const auto created = createBeside(path);
+  auto created = createBeside(path);
   if (const auto* error = std::get_if<FileError>(&created)) return *error;
-  return replaceBy(std::get<TemporaryFile>(created), content, path);
+  return fillAndRename(std::get<OpenTemporaryFile>(std::move(created)), content, path);
 }
 
 std::optional<FileError> replaceFileOrOverwrite(const std::string& path, std::string_view content) {
-  const auto created = createBeside(path);
-  if (const auto* temporary = std::get_if<TemporaryFile>(&created)) {
-    return replaceBy(*temporary, content, path);
+  auto created = createBeside(path);
+  if (auto* temporary = std::get_if<OpenTemporaryFile>(&created)) {
+    return fillAndRename(std::move(*temporary), content, path);
   }
   const auto existing = openRegularFile(path, O_WRONLY);
   if (const auto* file = std::get_if<Descriptor>(&existing)) return overwrite(*file, content);

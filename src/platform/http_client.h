@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/temporary_file.h"
+
 namespace msp {
 
 struct HttpRequest {
@@ -35,10 +37,17 @@ struct HttpResult {
   std::string error;
 };
 
+/// What became of a download: the file that holds the body, or the reason why there is none.
+struct DownloadResult {
+  std::optional<TemporaryFile> file;
+  std::string error;
+};
+
 /// Sends requests without blocking anybody.
 class HttpClient {
  public:
   using Completion = std::function<void(HttpResult)>;
+  using DownloadCompletion = std::function<void(DownloadResult)>;
 
   virtual ~HttpClient() = default;
 
@@ -46,6 +55,16 @@ class HttpClient {
   /// all requests share: it must not block. Redirects are followed, compressed answers decoded, cookies
   /// kept in memory, certificates verified. A body over 64 MiB is a failure.
   virtual void send(HttpRequest request, Completion completion) = 0;
+
+  /// The same, with the answer's body, of whatever size and whatever the answer's status, in a temporary file
+  /// that the completion owns and nobody else uses. A `file:` URL names a file of this machine to be copied:
+  /// a regular one, and no redirect leads there. A failure leaves no file behind. A client that serves no
+  /// downloads says so at once.
+  virtual void download(HttpRequest request, DownloadCompletion completion);
 };
+
+inline void HttpClient::download(HttpRequest /*request*/, DownloadCompletion completion) {
+  completion({std::nullopt, "downloads are not served"});
+}
 
 }  // namespace msp

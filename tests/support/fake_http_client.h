@@ -22,6 +22,12 @@ class FakeHttpClient : public HttpClient {
     arrived_.notify_all();
   }
 
+  void download(HttpRequest request, DownloadCompletion completion) override {
+    const std::scoped_lock lock(mutex_);
+    downloads_.push_back(std::move(request));
+    downloadCompletions_.push_back(std::move(completion));
+  }
+
   [[nodiscard]] std::vector<HttpRequest> requests() const {
     const std::scoped_lock lock(mutex_);
     return requests_;
@@ -57,11 +63,29 @@ class FakeHttpClient : public HttpClient {
   }
   void fail(std::size_t number, std::string error) { complete(number, {std::nullopt, std::move(error)}); }
 
+  /// Downloads are counted by themselves.
+  [[nodiscard]] std::vector<HttpRequest> downloads() const {
+    const std::scoped_lock lock(mutex_);
+    return downloads_;
+  }
+
+  /// Ends the download of this number (from 0) on the calling thread; each once.
+  void completeDownload(std::size_t number, DownloadResult result) {
+    DownloadCompletion completion;
+    {
+      const std::scoped_lock lock(mutex_);
+      completion = std::exchange(downloadCompletions_.at(number), nullptr);
+    }
+    completion(std::move(result));
+  }
+
  private:
   mutable std::mutex mutex_;
   mutable std::condition_variable arrived_;
   std::vector<HttpRequest> requests_;
   std::vector<Completion> completions_;
+  std::vector<HttpRequest> downloads_;
+  std::vector<DownloadCompletion> downloadCompletions_;
 };
 
 }  // namespace msp::test
