@@ -67,8 +67,9 @@ void APIManager::runJobs(std::vector<Job> jobs) {
   const auto batch = std::make_shared<const std::vector<Job>>(std::move(jobs));
   const bool started = startBatch_("org.msp-agent.agent-jobs." + makeUuid(), [this, batch] {
     std::vector<JobResult> results;
+    const ResultSink later = [this](JobResult result) { appendJobResult(std::move(result)); };
     for (const Job& job : *batch) {
-      if (auto result = runJob(jobsManager_, job)) results.push_back(std::move(*result));
+      if (auto result = runJob(jobsManager_, job, later)) results.push_back(std::move(*result));
     }
     jobResults_.appendAll(std::move(results));
   });

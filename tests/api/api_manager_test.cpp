@@ -357,6 +357,20 @@ TEST_F(APIManagerTest, runsABatchInItsOrderAndAppendsItAtOnce) {
                                     {4, "Unknown task C", 0}}));
 }
 
+TEST_F(APIManagerTest, aDownloadHoldsUpNeitherItsBatchNorItsResults) {
+  const auto manager = makeReadyManager();
+  manager->checkIn(GatheredData{}, nullptr);
+  http.answer(0, 200,
+              R"({"success":1,"jobs":[{"id":"1","type":"download_file_from_url",
+                 "arguments":"{\"url\":\"http://127.0.0.1/a\",\"file_name\":\"/nowhere/a\"}"},
+                 {"id":"2","type":"A"}]})");
+  batches.at(0)();
+  EXPECT_EQ(manager->jobResults(), (std::vector<JobResult>{{2, "Unknown task A", 0}}));
+  http.completeDownload(0, {std::nullopt, "no route"});
+  EXPECT_EQ(manager->jobResults(),
+            (std::vector<JobResult>{{2, "Unknown task A", 0}, {1, "Download Error: no route", 0}}));
+}
+
 TEST_F(APIManagerTest, givesEachAnswerABatchOfItsOwn) {
   const auto manager = makeReadyManager();
   for (std::size_t number = 0; number < 2; ++number) {
