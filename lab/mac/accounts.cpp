@@ -198,7 +198,7 @@ MaybeAnswer changeMembership(Machine& machine, const Request& request, bool admi
   const auto& name = request.captures[0];
   if (!exists(machine, name))
     return missing(machine, "dseditgroup -o edit -a nosuchuser -t user admin", name);
-  if (const auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
+  if (auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
   machine.state.account_changes[name].admin = admin;
   return Answer{};
 }
@@ -209,8 +209,7 @@ MaybeAnswer changePolicy(Machine& machine, const Request& request, const std::st
                          const Change& change) {
   const auto& name = request.captures[0];
   if (!exists(machine, name)) return missing(machine, "pwpolicy -u nosuchuser -authentication-allowed", name);
-  if (const auto filed = filedFor(machine, name, request.commandLine); filed && filed->status != 0)
-    return filed;
+  if (auto filed = filedFor(machine, name, request.commandLine); filed && filed->status != 0) return filed;
   change(machine.state.account_changes[name]);
   return Answer{.output = output};
 }
@@ -258,8 +257,8 @@ bool isAsFiled(const Machine& machine, const std::string& name) {
 }
 
 std::string authenticationText(const Machine& machine, const std::string& name) {
-  const std::string allowed = "Policy allows user <" + name + "> to authenticate\n";
-  const std::string disabled =
+  std::string allowed = "Policy allows user <" + name + "> to authenticate\n";
+  std::string disabled =
       "User <" + name + "> is not allowed to authenticate: " + std::string(kDisabledReason) + "\n";
   const auto enabled = changeOf(machine, name).enabled;
   if (enabled && !*enabled) return disabled;
@@ -330,7 +329,7 @@ MaybeAnswer listAdministrators(Machine& machine, const Request& /*request*/) {
 MaybeAnswer deleteAccount(Machine& machine, const Request& request) {
   const auto& name = request.captures[0];
   if (!exists(machine, name)) return missing(machine, "dscl . -delete /Users/nosuchuser", name);
-  if (const auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
+  if (auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
   auto& state = machine.state;
   const auto added =
       std::erase_if(state.added_accounts, [&](const AddedAccount& account) { return account.name == name; });
@@ -346,7 +345,7 @@ MaybeAnswer setPassword(Machine& machine, const Request& request) {
     answer.output = replaced(answer.output, "delete:", "passwd:");
     return answer;
   }
-  if (const auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
+  if (auto filed = filedFor(machine, name, request.commandLine); isRefusal(filed)) return filed;
   machine.state.account_changes[name].password = request.captures[1];
   return Answer{};
 }

@@ -106,7 +106,7 @@ MaybeAnswer bootstrapService(Machine& machine, const Request& request) {
 
   auto rows = servicesOf(machine);
   const auto loaded = findService(rows, label);
-  const auto filed = machine.filed(request.commandLine);
+  auto filed = machine.filed(request.commandLine);
   if (filed && filed->status != 0) return filed;
   if (loaded == rows.end()) {
     ownServices(machine).push_back({kNotRunning, kEndedWell, label, true});
@@ -123,7 +123,7 @@ MaybeAnswer bootOutService(Machine& machine, const Request& request) {
   auto rows = servicesOf(machine);
   const auto loaded = findService(rows, label);
   if (loaded == rows.end()) return refusal(machine, "launchctl bootout system/org.example.absent", label);
-  if (const auto filed = machine.filed(request.commandLine); filed && filed->status != 0) return filed;
+  if (auto filed = machine.filed(request.commandLine); filed && filed->status != 0) return filed;
   endProcess(machine, plainNumber(loaded->pid));
   auto& own = ownServices(machine);
   own.erase(findService(own, label));
@@ -136,7 +136,7 @@ MaybeAnswer kickstartService(Machine& machine, const Request& request) {
   const auto loaded = findService(rows, label);
   if (loaded == rows.end())
     return refusal(machine, "launchctl kickstart -k system/org.example.absent", label);
-  if (const auto filed = machine.filed(request.commandLine); filed && filed->status != 0) return filed;
+  if (auto filed = machine.filed(request.commandLine); filed && filed->status != 0) return filed;
   const auto pid = newPID(machine);
   renumberProcess(machine, plainNumber(loaded->pid), pid);
   *findService(ownServices(machine), label) = {std::to_string(pid), kEndedWell, label, true};
