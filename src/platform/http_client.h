@@ -63,6 +63,8 @@ class HttpClient {
   virtual void download(HttpRequest request, DownloadCompletion completion);
 };
 
+// Those who override it keep what they are given.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 inline void HttpClient::download(HttpRequest /*request*/, DownloadCompletion completion) {
   completion({std::nullopt, "downloads are not served"});
 }

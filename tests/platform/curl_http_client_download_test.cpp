@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -442,31 +441,6 @@ TEST_F(CurlHttpClientDownloadTest, aCompletionThatThrowsCostsALineInTheLogAndIts
   EXPECT_EQ(log.messages(), std::vector<std::string>{"Handling an HTTP answer failed: no use for it"});
   ask(client, get(server.url()));
   EXPECT_EQ(files(), 0);
-}
-
-TEST_F(CurlHttpClientDownloadTest, noChildInheritsTheFile) {
-  std::promise<void> arrived;
-  LoopbackServer server([&](ServerConnection& connection) {
-    connection.readRequest();
-    connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
-    arrived.set_value();
-    connection.hang();
-  });
-  CurlHttpClient client(machine());
-  client.download(get(server.url()), [](const DownloadResult&) {});
-  arrived.get_future().wait();
-  struct stat ours {};
-  ASSERT_EQ(files(), 1);
-  ASSERT_EQ(stat(fs::directory_iterator(arrivals_.path())->path().c_str(), &ours), 0);
-  int found = 0;
-  for (int descriptor = 0; descriptor < 1024; ++descriptor) {
-    struct stat status {};
-    if (fstat(descriptor, &status) != 0 || status.st_ino != ours.st_ino || status.st_dev != ours.st_dev)
-      continue;
-    ++found;
-    EXPECT_EQ(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-  }
-  EXPECT_EQ(found, 1);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "platform/file_move.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -65,9 +66,11 @@ TEST(TemporaryFile, isForItsOwnerOnlyAndGoneInTheEnd) {
   {
     const auto created = createTemporaryFile(directory.file("name."));
     umask(before);
-    const auto& file = std::get<OpenTemporaryFile>(created).file;
+    const auto& [file, descriptor] = std::get<OpenTemporaryFile>(created);
     EXPECT_EQ(file.path().size(), directory.file("name.XXXXXX").size());
     EXPECT_EQ(permissionsOf(file.path()), 0600U);
+    EXPECT_EQ(fcntl(descriptor.number(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC)
+        << "a launched program inherits it";
     EXPECT_EQ(entriesOf(directory.path()).size(), 1U);
   }
   EXPECT_EQ(entriesOf(directory.path()), Names{});
@@ -234,7 +237,7 @@ TEST(FileMove, ofManyMovesToOneNameExactlyOneSucceeds) {
       std::vector<std::string> contents;
       std::vector<TemporaryFile> files;
       for (int i = 0; i < kMoves; ++i) {
-        contents.push_back(std::string(100'000, static_cast<char>('a' + i)));
+        contents.emplace_back(100'000, static_cast<char>('a' + i));
         files.push_back(fileWith(from.path(), contents.back()));
       }
       std::atomic<int> winner = -1, losers = 0;
