@@ -79,7 +79,7 @@ check_machine() {
 
 check_input() {
   local url='^https?://[^[:space:][:cntrl:]]+$'
-  [ -s "$new_program" ] && [ -f "$new_program" ] || fail "there is no executable at $new_program"
+  [[ -f $new_program && -s $new_program ]] || fail "there is no executable at $new_program"
   [ -s "$here/$label.plist" ] || fail "there is no $label.plist beside this script"
   if [ -n "$address" ]; then
     [[ $address =~ $url ]] || fail "this is no http or https address: $address"
@@ -196,7 +196,7 @@ is_up() {
 was_loaded=no
 was_disabled=no
 made_directory=no
-progress=checking # then: staging, replacing, done
+progress=checking # then: staging, replacing, installed
 
 put_back() {
   local file
@@ -228,7 +228,7 @@ finish() {
     complain "it failed: going back"
     put_back
   fi
-  if [ "$progress" != checking ] && [ "$progress" != done ]; then
+  if [ "$progress" = staging ] || [ "$progress" = replacing ]; then
     for file in "${files[@]}" "$address_file"; do
       rm -f "$file.new"
       # The same file twice, unless it could not be put back.
@@ -265,7 +265,7 @@ swap
 [ "$was_disabled" = no ] || launchctl enable "system/$label"
 start_agent || exit 1
 
-progress=done
+progress=installed
 for file in "${files[@]}"; do
   rm -f "$file.old" || complain "left behind: $file.old"
 done
