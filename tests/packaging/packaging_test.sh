@@ -1,0 +1,748 @@
+#!/usr/bin/env bash
+# Tests of packaging/macos: one of the functions test_NAME below, or all of them.
+#   packaging_test.sh [NAME]
+#
+# They run as root of a user namespace, in a root folder of their own: its /opt, /Library and /bin are made for
+# the test, everything else is the system's. In its /bin every command that the scripts call is the stand-in of
+# stand_in.sh. Nothing of it is seen outside, or left behind.
+set -euo pipefail
+folder=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+packaging=$(cd "$folder/../../packaging/macos" && pwd)
+
+stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep sw_vers sync)
+
+# Everything of / but what the scripts write to; then the stand-ins.
+build_root() {
+  local root=$1 entry name
+  mount -t tmpfs -o mode=755 tmpfs "$root"
+  mount --make-unbindable "$root"
+  for entry in /*; do
+    name=${entry#/}
+    case $name in
+      bin | opt | Library | Users | System | case) ;;
+      *)
+        if [ -L "$entry" ]; then
+          cp -P "$entry" "$root/$name"
+        elif [ -d "$entry" ]; then
+          mkdir "$root/$name"
+          mount --rbind "$entry" "$root/$name"
+        else
+          touch "$root/$name"
+          mount --bind "$entry" "$root/$name"
+        fi
+        ;;
+    esac
+  done
+  mkdir "$root/bin" "$root/case"
+  ln -s ../usr/bin/bash ../usr/bin/sh "$root/bin"
+  cp "$folder/stand_in.sh" "$root/bin/stand_in"
+  for name in "${stood_in[@]}"; do
+    ln -s stand_in "$root/bin/$name"
+  done
+}
+
+if [ "${1:-}" != --inside ]; then
+  if ! unshare --user --map-root-user --mount true 2>/dev/null; then
+    echo "skipped: this system allows no user and mount namespaces"
+    exit 77
+  fi
+  root=$(mktemp -d)
+  trap 'rmdir "$root"' EXIT
+  unshare --user --map-root-user --mount "${BASH_SOURCE[0]}" --inside "$root" "$@"
+  exit
+fi
+if [ "${2:-}" != --there ]; then
+  root=$2
+  shift 2
+  build_root "$root"
+  exec chroot "$root" "$folder/packaging_test.sh" --inside --there "$@"
+fi
+shift 2
+# Not the stand-ins: those are for the scripts.
+export PATH=/usr/bin:/usr/sbin
+label=org.msp-agent.agent
+agent=/opt/msp-agent
+plist=/Library/LaunchDaemons/$label.plist
+
+wrong() {
+  echo "packaging_test: in ${current:-?}: $*" >&2
+  echo "--- the script said:" >&2
+  cat /case/output >&2 || true
+  echo "--- it called:" >&2
+  cat /case/calls >&2 || true
+  exit 1
+}
+expect_text() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] || wrong "$1: expected \"$2\", found \"$3\""
+}
+expect_file() { expect_text "$1" "$2" "$(cat "$1" 2>&1)"; }
+expect_none() { [ ! -e "$1" ] && [ ! -L "$1" ] || wrong "there is $1"; }
+
+# A Mac without an agent, and a new agent to be installed on it.
+new_mac() {
+  # Its parts may be gone or empty from one case to the next, so a removal that fails is no matter.
+  rm -rf /opt /Library /case
+  mkdir -p /opt /Library/LaunchDaemons /case/new
+  chmod 755 /opt
+  : >/case/calls
+  : >/case/output
+  echo 11.0 >/case/version
+  cp "$packaging/install.sh" "$packaging/uninstall.sh" "$packaging/$label.plist" /case/new
+  echo "new agent" >/case/new/msp-agent
+  (cd /case/new && sha256sum msp-agent >msp-agent.sha256)
+}
+
+# The same with an agent that runs and has registered.
+old_agent() {
+  mkdir -m 755 $agent
+  echo "old agent" >$agent/msp-agent
+  chmod 755 $agent/msp-agent
+  echo "https://old.example/" >$agent/default_api.txt
+  printf '{"api_url": "https://old.example/", "agent_id": "7"}' >$agent/config.ini
+  chmod 600 $agent/config.ini
+  echo "an old line" >$agent/logfile.log
+  echo "old list" >$plist
+  mkdir /case/job
+  echo "old agent" >/case/job/program
+  echo "old list" >/case/job/plist
+  echo 100 >/case/job/pid
+  identity=$(identity_now)
+}
+# With its inode, mode and times: it is not even rewritten.
+identity_now() { stat -c '%i %a %s %Y %Z' $agent/config.ini && cat $agent/config.ini; }
+
+# run SCRIPT ARGUMENTS...: sets status. In a process group of its own, which the stand-in may kill.
+run() {
+  status=0
+  # shellcheck disable=SC2016 # for the inner shell to expand
+  setsid --wait /bin/bash -c 'echo $$ >/case/script; exec "$@"' run "$@" >/case/output 2>&1 || status=$?
+}
+install_new() { run /case/new/install.sh "https://new.example/api"; }
+
+runs() { # WHAT
+  [ -d /case/job ] || wrong "launchd has no agent"
+  [ ! -e /case/job/leaving ] || wrong "the agent is being ended"
+  expect_text "what runs" "$1" "$(cat /case/job/program)"
+}
+expect_new() {
+  runs "new agent"
+  expect_file $agent/msp-agent "new agent"
+  expect_text "the modes" "755 755 644 644" \
+    "$(stat -c %a $agent $agent/msp-agent $agent/default_api.txt $plist | tr '\n' ' ' | sed 's/ $//')"
+  expect_file $agent/default_api.txt "https://new.example/api"
+  cmp -s $plist "$packaging/$label.plist" || wrong "$plist is not the new one"
+  cmp -s /case/job/plist $plist || wrong "launchd has another property list"
+}
+expect_old() {
+  runs "old agent"
+  expect_file $agent/msp-agent "old agent"
+  expect_file $agent/default_api.txt "https://old.example/"
+  expect_file $plist "old list"
+  expect_text "the old list" "old list" "$(cat /case/job/plist)"
+}
+expect_nothing_left_over() {
+  local file
+  for file in $agent/*.new $agent/*.old /Library/LaunchDaemons/*.new /Library/LaunchDaemons/*.old; do
+    expect_none "$file"
+  done
+}
+expect_identity() { expect_text "config.ini" "$identity" "$(identity_now)"; }
+
+# The calls, without those of print, on one line each.
+calls() { grep -v '^launchctl print system' /case/calls; }
+
+test_a_first_installation_puts_everything_in_place_and_starts_the_agent() {
+  new_mac
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_nothing_left_over
+  expect_none $agent/config.ini
+  expect_file /case/output "install.sh: the agent is installed and runs"
+  [ "$(grep -c "^chown root:wheel " /case/calls)" -eq 4 ] || wrong "not everything was given to root"
+}
+
+test_the_commands_come_in_their_order() {
+  new_mac
+  old_agent
+  install_new
+  expect_text "the order" "sw_vers -productVersion
+find /opt -prune -type d -user 0 ! -perm -0020 ! -perm -0002
+find /opt/msp-agent -prune -type d -user 0 ! -perm -0020 ! -perm -0002
+launchctl print-disabled system
+rm -f /opt/msp-agent/default_api.txt.new /opt/msp-agent/default_api.txt.old
+rm -f /opt/msp-agent/msp-agent.new /opt/msp-agent/msp-agent.old
+rm -f $plist.new $plist.old
+chown root:wheel /opt/msp-agent
+chmod 0755 /opt/msp-agent
+cat /case/new/msp-agent
+cat /case/new/$label.plist
+chmod 0755 /opt/msp-agent/msp-agent.new
+chmod 0644 $plist.new
+chmod 0644 /opt/msp-agent/default_api.txt.new
+chown root:wheel /opt/msp-agent/msp-agent.new
+chown root:wheel $plist.new
+chown root:wheel /opt/msp-agent/default_api.txt.new
+shasum -a 256 /opt/msp-agent/msp-agent.new
+sync
+ln /opt/msp-agent/msp-agent /opt/msp-agent/msp-agent.old
+ln $plist $plist.old
+ln /opt/msp-agent/default_api.txt /opt/msp-agent/default_api.txt.old
+launchctl bootout system/$label
+sleep 1
+mv -f /opt/msp-agent/msp-agent.new /opt/msp-agent/msp-agent
+mv -f $plist.new $plist
+mv -f /opt/msp-agent/default_api.txt.new /opt/msp-agent/default_api.txt
+launchctl bootstrap system $plist
+sleep 1
+sleep 1
+sleep 1
+sleep 1
+rm -f /opt/msp-agent/msp-agent.old
+rm -f $plist.old
+rm -f /opt/msp-agent/default_api.txt.old" "$(calls)"
+}
+
+test_an_upgrade_replaces_the_program_and_keeps_the_identity() {
+  new_mac
+  old_agent
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_identity
+  expect_nothing_left_over
+  expect_file $agent/logfile.log "an old line"
+}
+
+test_it_can_be_run_twice() {
+  new_mac
+  install_new
+  echo '{"agent_id": "8"}' >$agent/config.ini
+  identity=$(identity_now)
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_identity
+  expect_nothing_left_over
+}
+
+test_without_an_address_an_upgrade_keeps_the_old_one() {
+  new_mac
+  old_agent
+  run /case/new/install.sh
+  expect_text status 0 "$status"
+  runs "new agent"
+  expect_file $agent/default_api.txt "https://old.example/"
+  expect_nothing_left_over
+}
+
+test_another_program_may_be_given() {
+  new_mac
+  mkdir /case/elsewhere
+  echo "new agent" >/case/elsewhere/agent
+  rm /case/new/msp-agent
+  run /case/new/install.sh --program /case/elsewhere/agent https://new.example/api
+  expect_text status 0 "$status"
+  expect_new
+}
+
+test_it_waits_until_launchd_has_let_go_of_the_old_agent() {
+  new_mac
+  old_agent
+  echo 20 >/case/linger
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  # Nothing is replaced before the old agent is gone.
+  expect_text "looks before the first rename" 21 \
+    "$(sed '/^mv /,$d' /case/calls | grep -c "^launchctl print system/$label")" 
+}
+
+test_it_asks_again_while_launchd_still_holds_the_old_job() {
+  new_mac
+  old_agent
+  echo 12 >/case/busy
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_text "the tries" 12 "$(grep -c '^launchctl bootstrap' /case/calls)"
+}
+
+test_an_agent_that_cannot_be_stopped_stays() {
+  new_mac
+  old_agent
+  echo 1000000 >/case/linger
+  install_new
+  expect_text status 1 "$status"
+  expect_text "what was replaced" "" "$(grep '^mv -f .*new ' /case/calls || true)"
+  expect_file $agent/msp-agent "old agent"
+  expect_file $plist "old list"
+  expect_identity
+  expect_nothing_left_over
+}
+
+test_an_agent_that_launchd_refuses_makes_room_for_the_old_one() {
+  new_mac
+  old_agent
+  echo "new agent" >/case/refuse
+  install_new
+  expect_text status 1 "$status"
+  expect_old
+  expect_identity
+  expect_nothing_left_over
+  expect_file /case/output "install.sh: launchd does not take the agent: Bootstrap failed: 5: Input/output error
+install.sh: it failed: going back
+install.sh: the old agent runs again"
+}
+
+test_an_agent_that_ends_at_once_makes_room_for_the_old_one() {
+  new_mac
+  old_agent
+  echo "new agent" >/case/crash
+  install_new
+  expect_text status 1 "$status"
+  expect_old
+  expect_identity
+  expect_nothing_left_over
+  expect_file /case/output "install.sh: the agent does not stay up
+install.sh: it failed: going back
+install.sh: the old agent runs again"
+}
+
+test_an_agent_that_was_disabled_is_enabled_and_on_failure_disabled_again() {
+  new_mac
+  old_agent
+  rm -r /case/job
+  touch /case/disabled
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_none /case/disabled
+
+  new_mac
+  old_agent
+  rm -r /case/job
+  touch /case/disabled
+  echo "new agent" >/case/refuse
+  install_new
+  expect_text status 1 "$status"
+  expect_none /case/job
+  expect_file $agent/msp-agent "old agent"
+  [ -e /case/disabled ] || wrong "the old agent is no longer disabled"
+}
+
+test_what_cannot_be_installed_is_refused_before_anything_changes() {
+  # What is wrong | what makes it so | the arguments | the text
+  local name make arguments text before
+  while IFS='|' read -r name make arguments text; do
+    current="a refusal: $name"
+    new_mac
+    old_agent
+    eval "$make"
+    before=$(cd / && find opt Library -printf '%p %i %m %s %T@\n')
+    # shellcheck disable=SC2086 # the words of a row
+    run /case/new/install.sh $arguments
+    expect_text status 1 "$status"
+    expect_text output "install.sh: $text" "$(cat /case/output)"
+    expect_text "what is there" "$before" "$(cd / && find opt Library -printf '%p %i %m %s %T@\n')"
+    runs "old agent"
+    expect_text "the changes" "" "$(grep -vE '^(sw_vers|find|launchctl print)' /case/calls || true)"
+  done <<'ROWS'
+the address is a file's|true|file:///etc/passwd|this is no http or https address: file:///etc/passwd
+the address has no host|true|https://|this is no http or https address: https://
+an unknown option|true|--force https://new.example/|usage: install.sh [--check] [--program FILE] [ADDRESS]
+two addresses|true|http://a/ http://b/|usage: install.sh [--check] [--program FILE] [ADDRESS]
+--program without a file|true|--program|usage: install.sh [--check] [--program FILE] [ADDRESS]
+no address, now or before|rm $agent/default_api.txt||the server's address is needed. usage: install.sh [--check] [--program FILE] [ADDRESS]
+no program|rm /case/new/msp-agent|http://a/|there is no executable at /case/new/msp-agent
+an empty program|: >/case/new/msp-agent|http://a/|there is no executable at /case/new/msp-agent
+no property list|rm /case/new/*.plist|http://a/|there is no org.msp-agent.agent.plist beside this script
+macOS is too old|echo 10.15.7 >/case/version|http://a/|macOS 11 or later is needed, this is 10.15.7
+the version is no number|echo new >/case/version|http://a/|macOS 11 or later is needed, this is new
+others may write to the folder|chmod 775 $agent|http://a/|/opt/msp-agent has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
+others may write to the folder above|chmod 757 /opt|http://a/|/opt has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
+the folder is a link|mv $agent /opt/x; ln -s x $agent|http://a/|/opt/msp-agent has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
+ROWS
+}
+
+test_a_check_changes_nothing() {
+  new_mac
+  old_agent
+  run /case/new/install.sh --check http://a/
+  expect_text status 0 "$status"
+  expect_old
+  expect_text "the calls" "" "$(grep -vE '^(sw_vers|find) ' /case/calls || true)"
+}
+
+test_a_spoilt_program_is_not_installed() {
+  new_mac
+  old_agent
+  echo "new agent, spoilt" >/case/new/msp-agent
+  install_new
+  expect_text status 1 "$status"
+  expect_old
+  expect_nothing_left_over
+  expect_file /case/output "install.sh: /case/new/msp-agent does not match /case/new/msp-agent.sha256"
+  expect_text "what launchd was told" "" "$(grep -E 'bootout|bootstrap' /case/calls || true)"
+}
+
+# each_failure HOW SETUP CHECK: SETUP and an installation, again and again, with the first command failing,
+# then the second, until none is left; after each the CHECK, which is told the call that failed.
+each_failure() {
+  local number failed
+  for ((number = 1; ; number++)); do
+    current="the failure ($1) of call $number"
+    new_mac
+    "$2"
+    echo "$number" >/case/fail_at
+    echo "$1" >/case/fail_how
+    install_new
+    failed=$(sed -n "${number}p" /case/calls)
+    current="the failure ($1) of call $number, $failed"
+    [ "$(wc -l </case/calls)" -ge "$number" ] || break
+    "$3" "$failed"
+  done
+  # The one without a failure, for comparison: the loop did reach every step.
+  expect_text status 0 "$status"
+  expect_new
+  [ "$number" -gt 30 ] || wrong "there were only $number calls"
+}
+
+# Where the step can be done without, or was tried again, the new agent runs; otherwise the old one does.
+old_or_new() {
+  expect_identity
+  case $1 in
+    # These are asked again.
+    "launchctl print system/"* | "launchctl boot"*) expected=either ;;
+    # What could not be removed is left behind: the new agent runs already.
+    "rm -f "*.old) expected=either ;;
+    *) expected=old ;;
+  esac
+  if [ "$status" -eq 0 ]; then
+    [ $expected = either ] || wrong "the failure had no consequence"
+    expect_new
+  else
+    expect_old
+  fi
+  case $1 in
+    "rm -f "*) ;;
+    *) expect_nothing_left_over ;;
+  esac
+}
+
+test_a_failure_at_any_step_leaves_the_old_agent_running() {
+  each_failure before old_agent old_or_new
+}
+
+test_a_step_that_was_done_but_reported_as_failed_leaves_one_agent_running() {
+  each_failure after old_agent old_or_new
+}
+
+nothing_or_new() {
+  expect_none $agent/config.ini
+  if [ "$status" -eq 0 ]; then
+    expect_new
+    return
+  fi
+  expect_none /case/job
+  expect_none $agent/msp-agent
+  expect_none $agent/default_api.txt
+  expect_none $plist
+  case $1 in
+    "rm -f "*) ;;
+    *) expect_nothing_left_over ;;
+  esac
+}
+
+test_a_failure_at_any_step_of_a_first_installation_leaves_nothing() {
+  each_failure before true nothing_or_new
+}
+
+test_a_signal_at_any_step_leaves_the_old_agent_running() {
+  old_unless_done() {
+    expect_identity
+    if [ "$status" -eq 0 ]; then
+      case $1 in "rm -f "*.old) expect_new ;; *) wrong "the signal had no consequence" ;; esac
+    elif ! grep -q '^install.sh: the agent is installed' /case/output && [ ! -e "${plist}.done" ]; then
+      case $1 in
+        # The new agent runs already, and only what was kept for the way back is left.
+        "rm -f "*.old) runs "$(cat $agent/msp-agent)" ;;
+        *) expect_old ;;
+      esac
+    fi
+  }
+  each_failure terminate old_agent old_unless_done
+}
+
+test_after_a_power_failure_at_any_step_it_can_be_run_again() {
+  again() {
+    expect_identity
+    [ "$(cat $agent/msp-agent)" = "old agent" ] || [ "$(cat $agent/msp-agent)" = "new agent" ] ||
+      wrong "there is no program"
+    [ -s $plist ] || wrong "there is no property list"
+    [ -s $agent/default_api.txt ] || wrong "there is no address"
+    rm -f /case/fail_at
+    install_new
+    expect_text "status of the second run" 0 "$status"
+    expect_new
+    expect_identity
+    expect_nothing_left_over
+  }
+  each_failure kill old_agent again
+}
+
+removed() {
+  expect_text status 0 "$status"
+  expect_none /case/job
+  expect_none $plist
+  expect_none $agent/msp-agent
+  expect_none $agent/default_api.txt
+  expect_none $agent/logfile.log
+}
+
+test_without_a_terminal_an_uninstallation_keeps_the_identity() {
+  new_mac
+  old_agent
+  run /case/new/uninstall.sh </dev/null
+  removed
+  expect_identity
+  expect_text "what is left" "config.ini" "$(ls -A $agent)"
+  expect_file /case/output "uninstall.sh: the agent is removed
+uninstall.sh: its identity is kept: /opt/msp-agent/config.ini"
+}
+
+test_an_uninstallation_does_with_the_identity_what_the_option_says() {
+  new_mac
+  old_agent
+  run /case/new/uninstall.sh --keep-identity
+  removed
+  expect_identity
+
+  new_mac
+  old_agent
+  run /case/new/uninstall.sh --remove-identity
+  removed
+  expect_none $agent
+  expect_file /case/output "uninstall.sh: the agent is removed"
+}
+
+test_on_a_terminal_an_uninstallation_asks_for_the_identity() {
+  local answer
+  for answer in y yes n "" maybe; do
+    current="the answer \"$answer\""
+    new_mac
+    old_agent
+    status=0
+    echo "$answer" |
+      script --quiet --return --command /case/new/uninstall.sh /dev/null >/case/output 2>&1 || status=$?
+    removed
+    grep -q 'Remove the identity in /opt/msp-agent/config.ini, too? \[y/N\]' /case/output || wrong "it did not ask"
+    case $answer in
+      y | yes) expect_none $agent ;;
+      *) expect_identity ;;
+    esac
+  done
+}
+
+test_an_uninstallation_removes_nothing_while_the_agent_cannot_be_stopped() {
+  new_mac
+  old_agent
+  echo 1000000 >/case/linger
+  run /case/new/uninstall.sh --remove-identity
+  expect_text status 1 "$status"
+  expect_file $agent/msp-agent "old agent"
+  expect_file $plist "old list"
+  expect_identity
+}
+
+test_an_uninstallation_can_be_run_twice_and_forgets_the_receipt() {
+  new_mac
+  old_agent
+  touch /case/receipt
+  run /case/new/uninstall.sh --remove-identity
+  removed
+  expect_none /case/receipt
+  run /case/new/uninstall.sh --remove-identity
+  removed
+  expect_text "what the agent was told" 1 "$(grep -c bootout /case/calls)"
+}
+
+test_an_uninstallation_leaves_what_it_does_not_know() {
+  new_mac
+  old_agent
+  echo mine >$agent/notes
+  run /case/new/uninstall.sh --remove-identity
+  removed
+  expect_text "what is left" "notes" "$(ls -A $agent)"
+  run /case/new/uninstall.sh --purge
+  expect_text status 1 "$status"
+  expect_file /case/output "uninstall.sh: usage: uninstall.sh [--remove-identity | --keep-identity]"
+}
+
+test_after_an_uninstallation_the_kept_identity_is_used_again() {
+  new_mac
+  old_agent
+  run /case/new/uninstall.sh --keep-identity
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_identity
+}
+
+# What the package carries among its scripts, and a package beside which the address may be.
+packaged() {
+  cp "$packaging/package/"* /case/new
+  mkdir /case/downloads
+  : >/case/downloads/agent.pkg
+}
+installer() { # SCRIPT
+  run "/case/new/$1" /case/downloads/agent.pkg / /
+}
+
+test_a_package_takes_the_address_from_the_managed_preferences() {
+  new_mac
+  packaged
+  echo "https://new.example/api" >/case/defaults
+  echo "https://wrong.example/" >/case/downloads/api_address.txt
+  installer preinstall
+  expect_text status 0 "$status"
+  expect_none $agent
+  installer postinstall
+  expect_text status 0 "$status"
+  expect_new
+  grep -q '^defaults read /Library/Managed Preferences/org.msp-agent.agent APIAddress$' /case/calls ||
+    wrong "it did not look into the managed preferences"
+}
+
+test_a_package_takes_the_address_from_the_file_beside_it() {
+  new_mac
+  packaged
+  printf 'https://new.example/api\r\n' >/case/downloads/api_address.txt
+  installer preinstall
+  expect_text status 0 "$status"
+  installer postinstall
+  expect_text status 0 "$status"
+  expect_new
+}
+
+test_a_package_upgrades_with_the_address_of_before() {
+  new_mac
+  old_agent
+  packaged
+  installer preinstall
+  expect_text status 0 "$status"
+  installer postinstall
+  expect_text status 0 "$status"
+  runs "new agent"
+  expect_file $agent/default_api.txt "https://old.example/"
+  expect_identity
+}
+
+test_a_package_refuses_what_it_cannot_install() {
+  local name make text
+  while IFS='|' read -r name make text; do
+    current="a package: $name"
+    new_mac
+    packaged
+    echo "https://new.example/api" >/case/downloads/api_address.txt
+    eval "$make"
+    installer preinstall
+    expect_text status 1 "$status"
+    expect_text output "$text" "$(cat /case/output)"
+    expect_none $agent
+  done <<'ROWS'
+others may write the address|chmod 666 /case/downloads/api_address.txt|/case/downloads/api_address.txt may be written by others than the package's owner, and is not used
+the address is a link|mv /case/downloads/api_address.txt /case/x; ln -s ../x /case/downloads/api_address.txt|/case/downloads/api_address.txt may be written by others than the package's owner, and is not used
+no address|rm /case/downloads/api_address.txt|install.sh: the server's address is needed. usage: install.sh [--check] [--program FILE] [ADDRESS]
+an address of no use|echo elsewhere >/case/downloads/api_address.txt|install.sh: this is no http or https address: elsewhere
+macOS is too old|echo 10.15 >/case/version|install.sh: macOS 11 or later is needed, this is 10.15
+ROWS
+  current="a package: another volume"
+  run /case/new/preinstall /case/downloads/agent.pkg / /Volumes/Other
+  expect_text status 1 "$status"
+  expect_file /case/output "the agent can only be installed on the volume that this Mac runs from"
+}
+
+build() { # OUTPUT FOLDER
+  umask "$2"
+  TZ=$3 "$packaging/build-pkg" --program /case/new/msp-agent --output "$1" >/case/output
+}
+
+test_the_archive_holds_the_files_and_is_the_same_every_time() {
+  local version archive name
+  new_mac
+  version=$(sed -n 's/.*kAgentVersion\[\] = "\(.*\)".*/\1/p' "$packaging/../../src/agent/msp_agent.cpp")
+  name=msp-agent-$version-macos
+  archive=/case/one/$name.tar.gz
+  (build /case/one 022 UTC)
+  expect_file /case/output "$archive"
+  expect_text "the content" "drwxr-xr-x 0/0 $name/
+-rwxr-xr-x 0/0 $name/install.sh
+-rwxr-xr-x 0/0 $name/msp-agent
+-rw-r--r-- 0/0 $name/msp-agent.sha256
+-rw-r--r-- 0/0 $name/org.msp-agent.agent.plist
+-rwxr-xr-x 0/0 $name/uninstall.sh" "$(tar -tvzf "$archive" | awk '{print $1, $2, $6}')"
+
+  chmod 600 /case/new/msp-agent
+  touch -d '2031-02-03' /case/new/msp-agent
+  (build /case/two 077 Asia/Tokyo)
+  cmp "$archive" "/case/two/$name.tar.gz" || wrong "the second archive is another one"
+
+  tar -xzf "$archive" -C /case
+  run "/case/$name/install.sh" https://new.example/api
+  expect_text status 0 "$status"
+  expect_new
+}
+
+test_packing_says_what_is_wrong() {
+  local arguments text
+  new_mac
+  while IFS='|' read -r arguments text; do
+    current="build-pkg $arguments"
+    # shellcheck disable=SC2086 # the words of a row
+    run "$packaging/build-pkg" $arguments --output /case/out
+    expect_text status 1 "$status"
+    expect_file /case/output "build-pkg: $text"
+    expect_none /case/out
+  done <<'ROWS'
+--program /case/none|there is no executable at /case/none
+--program /case/new/msp-agent --sign Somebody|only a Mac can sign and notarise
+--program /case/new/msp-agent --notarize somebody|only a Mac can sign and notarise
+--fast yes|unknown: --fast (the head of this script says what there is)
+ROWS
+}
+
+test_the_property_list_says_how_launchd_is_to_run_the_agent() {
+  new_mac
+  python3 - "$packaging/$label.plist" <<'PYTHON' >/case/output 2>&1 || wrong "the property list is another one"
+import plistlib, sys
+expected = {
+    "Label": "org.msp-agent.agent",
+    "ProgramArguments": ["/opt/msp-agent/msp-agent"],
+    "RunAtLoad": True,
+    "KeepAlive": True,
+    "ThrottleInterval": 10,
+    "ProcessType": "Background",
+    "AbandonProcessGroup": True,
+    "SoftResourceLimits": {"NumberOfFiles": 10240},
+    "HardResourceLimits": {"NumberOfFiles": 10240},
+    "EnvironmentVariables": {"HOME": "/var/root", "PATH": "/usr/bin:/bin:/usr/sbin:/sbin"},
+    "WorkingDirectory": "/opt/msp-agent",
+    "StandardOutPath": "/opt/msp-agent/output.log",
+    "StandardErrorPath": "/opt/msp-agent/output.log",
+}
+found = plistlib.load(open(sys.argv[1], "rb"))
+assert found == expected, found
+PYTHON
+}
+
+if [ $# -gt 0 ]; then
+  tests=("test_$1")
+  [ "$(type -t "${tests[0]}")" = function ] || { echo "packaging_test: there is no test $1" >&2; exit 1; }
+else
+  mapfile -t tests < <(declare -F | sed -n 's/^declare -f \(test_.*\)/\1/p')
+fi
+for current in "${tests[@]}"; do
+  "$current"
+done
+echo "packaging_test: ${#tests[@]} passed"

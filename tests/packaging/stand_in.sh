@@ -1,0 +1,115 @@
+#!/bin/bash
+# Stands in for one command, by the name it is called by: notes the call, fails where the case wants it to, and
+# otherwise does what the Mac's command does, to the case's files only. Of the case's folder, /case:
+#   calls                    every call, one line each
+#   fail_at, fail_how        the number of the call that fails: before it did anything, after it did it, or
+#                            by killing the script as a power failure would (before, after, kill, terminate)
+#   job/                     the agent as launchd has it: pid, program (its content), plist, and leaving: the
+#                            seconds until it is gone after a bootout
+#   linger, busy             seconds that a bootout takes, and that launchd refuses a bootstrap after it
+#   disabled                 exists while the agent is disabled
+#   refuse, crash            what the program's content begins with that launchd refuses, or that ends at once
+#   defaults, receipt        the managed address; whether there is an installer's receipt
+set -euo pipefail
+PATH=/usr/bin
+name=${0##*/}
+cd /case
+label=org.msp-agent.agent
+line="$name $*"
+echo "${line% }" >>calls
+
+number=$(wc -l <calls)
+how=
+[ "$number" != "$(cat fail_at 2>/dev/null)" ] || how=$(cat fail_how)
+case $how in
+  before) exit 1 ;;
+  kill) kill -9 0 ;;
+  terminate) kill -TERM "$(cat script)" ;;
+esac
+
+counter() { cat "$1" 2>/dev/null || echo 0; }
+
+launchctl() {
+  local busy program
+  case "$*" in
+    "print system/$label")
+      if [ ! -d job ]; then
+        echo "Could not find service \"$label\" in domain for system" >&2
+        return 113
+      fi
+      # A process that ends at once has another number each time that it is looked for.
+      [ "$(cat crash 2>/dev/null)" != "$(cat job/program)" ] || echo $(($(cat job/pid) + 1)) >job/pid
+      printf 'system/%s = {\n\tactive count = 1\n\tpath = /Library/LaunchDaemons/%s.plist\n' "$label" "$label"
+      printf '\ttype = LaunchDaemon\n\tstate = running\n\n\tprogram = /opt/msp-agent/msp-agent\n'
+      printf '\truns = 1\n\tpid = %s\n\timmediate reason = speculative\n}\n' "$(cat job/pid)"
+      ;;
+    "bootout system/$label")
+      if [ ! -d job ]; then
+        echo "Boot-out failed: 3: No such process" >&2
+        return 3
+      fi
+      if [ -e job/leaving ]; then
+        echo "Boot-out failed: 36: Operation now in progress" >&2
+        return 36
+      fi
+      counter linger >job/leaving
+      leave
+      ;;
+    "bootstrap system /Library/LaunchDaemons/$label.plist")
+      if [ -d job ]; then
+        echo "Bootstrap failed: 37: Operation already in progress" >&2
+        return 37
+      fi
+      busy=$(counter busy)
+      program=$(cat /opt/msp-agent/msp-agent)
+      if [ "$busy" -gt 0 ] || [ "$program" = "$(cat refuse 2>/dev/null)" ] || [ -e disabled ]; then
+        echo "Bootstrap failed: 5: Input/output error" >&2
+        return 5
+      fi
+      # Like launchd, nothing that others may write to is run, and nothing that is not executable.
+      [ -x /opt/msp-agent/msp-agent ] || return 5
+      mkdir job
+      echo "$program" >job/program
+      cat "/Library/LaunchDaemons/$label.plist" >job/plist
+      echo 200 >job/pid
+      ;;
+    "print-disabled system")
+      printf '\tdisabled services = {\n\t\t"com.example.other" => disabled\n'
+      [ ! -e disabled ] || printf '\t\t"%s" => disabled\n' "$label"
+      printf '\t}\n'
+      ;;
+    "enable system/$label") rm -f disabled ;;
+    "disable system/$label") touch disabled ;;
+    *)
+      echo "Unrecognized subcommand: $*" >&2
+      return 64
+      ;;
+  esac
+}
+
+# A job that was told to end is gone when its seconds are over.
+leave() {
+  if [ "$(counter job/leaving)" = 0 ]; then rm -r job; fi
+}
+
+case $name in
+  launchctl) launchctl "$@" || exit ;;
+  sleep)
+    busy=$(counter busy)
+    if [ -e job/leaving ]; then
+      echo $(($(cat job/leaving) - $1)) >job/leaving
+      leave
+    elif [ "$busy" -gt 0 ]; then
+      echo $((busy - $1)) >busy
+    fi
+    ;;
+  chown | sync) ;;
+  sw_vers) cat version ;;
+  defaults) cat defaults 2>/dev/null || exit 1 ;;
+  pkgutil)
+    [ -e receipt ] || exit 1
+    [ "$1" != --forget ] || rm receipt
+    ;;
+  *) "/usr/bin/$name" "$@" || exit ;;
+esac
+[ "$how" != after ] || exit 1
