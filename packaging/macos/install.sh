@@ -31,7 +31,7 @@ daemons=/Library/LaunchDaemons
 plist=$daemons/$label.plist
 
 say() { echo "install.sh: $*" 2>/dev/null || true; }
-complain() { echo "install.sh: $*" 2>/dev/null >&2 || true; }
+complain() { echo "install.sh: $*" >&2 2>/dev/null || true; }
 fail() {
   complain "$*"
   exit 1
@@ -61,7 +61,10 @@ while [ $# -gt 0 ]; do
 done
 
 # Whether a folder is root's and nobody else can put anything into it.
-is_roots_own() { [ -n "$(find "$1" -prune -type d -user 0 ! -perm -0020 ! -perm -0002)" ]; }
+is_roots_own() {
+  local found
+  found=$(find "$1" -prune -type d -user 0 ! -perm -0020 ! -perm -0002) && [ -n "$found" ]
+}
 
 check_machine() {
   local version folder
@@ -88,14 +91,15 @@ check_input() {
   fi
 }
 
-# The files to replace. Beside each there is FILE.new from stage() to swap(), and FILE.old from keep_old() to
-# the end.
+# Beside each there is FILE.new from stage() to swap(), and FILE.old from keep_old() to the end.
+all_files=("$program" "$plist" "$address_file")
+# Those that are replaced: the address only when there is a new one.
 files=("$program" "$plist")
+[ -z "$address" ] || files+=("$address_file")
 
 stage() {
   local file expected actual
-  rm -f "$address_file.new" "$address_file.old"
-  for file in "${files[@]}"; do
+  for file in "${all_files[@]}"; do
     rm -f "$file.new" "$file.old"
   done
   if [ ! -d "$directory" ]; then
@@ -113,7 +117,6 @@ stage() {
   if [ -n "$address" ]; then
     printf '%s\n' "$address" >"$address_file.new"
     chmod 0644 "$address_file.new"
-    files+=("$address_file")
   fi
   for file in "${files[@]}"; do
     chown root:wheel "$file.new"
@@ -229,7 +232,7 @@ finish() {
     put_back
   fi
   if [ "$progress" = staging ] || [ "$progress" = replacing ]; then
-    for file in "${files[@]}" "$address_file"; do
+    for file in "${all_files[@]}"; do
       rm -f "$file.new"
       # The same file twice, unless it could not be put back.
       [ ! "$file" -ef "$file.old" ] || rm -f "$file.old"
@@ -265,6 +268,8 @@ swap
 [ "$was_disabled" = no ] || launchctl enable "system/$label"
 start_agent || exit 1
 
+# There is no going back from here.
+trap '' HUP INT TERM
 progress=installed
 for file in "${files[@]}"; do
   rm -f "$file.old" || complain "left behind: $file.old"

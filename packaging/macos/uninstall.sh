@@ -17,7 +17,7 @@ plist=/Library/LaunchDaemons/$label.plist
 
 say() { echo "uninstall.sh: $*" 2>/dev/null || true; }
 fail() {
-  echo "uninstall.sh: $*" 2>/dev/null >&2 || true
+  echo "uninstall.sh: $*" >&2 2>/dev/null || true
   exit 1
 }
 

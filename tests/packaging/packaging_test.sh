@@ -9,7 +9,8 @@ set -euo pipefail
 folder=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 packaging=$(cd "$folder/../../packaging/macos" && pwd)
 
-stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep sw_vers sync)
+stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep sw_vers sync
+  uname codesign pkgbuild productbuild xcrun)
 
 # Everything of / but what the scripts write to; then the stand-ins.
 build_root() {
@@ -34,6 +35,7 @@ build_root() {
     esac
   done
   mkdir "$root/bin" "$root/case"
+  touch "$root/made_for_a_packaging_test"
   ln -s ../usr/bin/bash ../usr/bin/sh "$root/bin"
   cp "$folder/stand_in.sh" "$root/bin/stand_in"
   for name in "${stood_in[@]}"; do
@@ -54,10 +56,13 @@ fi
 if [ "${2:-}" != --there ]; then
   root=$2
   shift 2
+  read -r _ _ users </proc/self/uid_map
+  [ "$users" -eq 1 ] || exit 2 # not in the namespace
   build_root "$root"
   exec chroot "$root" "$folder/packaging_test.sh" --inside --there "$@"
 fi
 shift 2
+[ -e /made_for_a_packaging_test ] || exit 2
 # Not the stand-ins: those are for the scripts.
 export PATH=/usr/bin:/usr/sbin
 label=org.msp-agent.agent
@@ -76,7 +81,7 @@ expect_text() { # WHAT EXPECTED ACTUAL
   [ "$2" = "$3" ] || wrong "$1: expected \"$2\", found \"$3\""
 }
 expect_file() { expect_text "$1" "$2" "$(cat "$1" 2>&1)"; }
-expect_none() { [ ! -e "$1" ] && [ ! -L "$1" ] || wrong "there is $1"; }
+expect_none() { [[ ! -e $1 && ! -L $1 ]] || wrong "there is $1"; }
 
 # A Mac without an agent, and a new agent to be installed on it.
 new_mac() {
@@ -142,7 +147,7 @@ expect_old() {
 }
 expect_nothing_left_over() {
   local file
-  for file in $agent/*.new $agent/*.old /Library/LaunchDaemons/*.new /Library/LaunchDaemons/*.old; do
+  for file in "$agent"/*.new "$agent"/*.old /Library/LaunchDaemons/*.new /Library/LaunchDaemons/*.old; do
     expect_none "$file"
   done
 }
@@ -170,9 +175,9 @@ test_the_commands_come_in_their_order() {
 find /opt -prune -type d -user 0 ! -perm -0020 ! -perm -0002
 find /opt/msp-agent -prune -type d -user 0 ! -perm -0020 ! -perm -0002
 launchctl print-disabled system
-rm -f /opt/msp-agent/default_api.txt.new /opt/msp-agent/default_api.txt.old
 rm -f /opt/msp-agent/msp-agent.new /opt/msp-agent/msp-agent.old
 rm -f $plist.new $plist.old
+rm -f /opt/msp-agent/default_api.txt.new /opt/msp-agent/default_api.txt.old
 chown root:wheel /opt/msp-agent
 chmod 0755 /opt/msp-agent
 cat /case/new/msp-agent
@@ -226,6 +231,34 @@ test_it_can_be_run_twice() {
   expect_nothing_left_over
 }
 
+test_it_goes_on_when_nobody_takes_its_output() {
+  new_mac
+  old_agent
+  # The pipe is closed before the first word.
+  # shellcheck disable=SC2016 # for the inner shell to expand
+  run bash -c 'set -o pipefail; { sleep 0.2; "$@" 2>&1; } | true' pipe /case/new/install.sh https://new.example/api
+  expect_text status 0 "$status"
+  expect_new
+  expect_nothing_left_over
+
+  # shellcheck disable=SC2016 # for the inner shell to expand
+  run bash -c 'set -o pipefail; { sleep 0.2; "$@" 2>&1; } | true' pipe /case/new/uninstall.sh
+  removed
+  expect_identity
+}
+
+test_it_can_be_called_from_its_own_folder() {
+  new_mac
+  cd /case/new
+  run ./install.sh https://new.example/api
+  expect_text status 0 "$status"
+  expect_new
+  run bash install.sh https://new.example/api
+  expect_text status 0 "$status"
+  expect_new
+  cd /
+}
+
 test_without_an_address_an_upgrade_keeps_the_old_one() {
   new_mac
   old_agent
@@ -253,9 +286,9 @@ test_it_waits_until_launchd_has_let_go_of_the_old_agent() {
   install_new
   expect_text status 0 "$status"
   expect_new
-  # Nothing is replaced before the old agent is gone.
-  expect_text "looks before the first rename" 21 \
-    "$(sed '/^mv /,$d' /case/calls | grep -c "^launchctl print system/$label")" 
+  # Nothing is replaced before the old agent is gone: one look whether it runs, one before each second, one after.
+  expect_text "looks before the first rename" 22 \
+    "$(sed '/^mv /,$d' /case/calls | grep -c "^launchctl print system/$label")"
 }
 
 test_it_asks_again_while_launchd_still_holds_the_old_job() {
@@ -412,8 +445,8 @@ each_failure() {
 old_or_new() {
   expect_identity
   case $1 in
-    # These are asked again.
-    "launchctl print system/"* | "launchctl boot"*) expected=either ;;
+    # These are done again.
+    "launchctl print system/"* | "launchctl boot"* | sleep*) expected=either ;;
     # What could not be removed is left behind: the new agent runs already.
     "rm -f "*.old) expected=either ;;
     *) expected=old ;;
@@ -458,37 +491,46 @@ test_a_failure_at_any_step_of_a_first_installation_leaves_nothing() {
   each_failure before true nothing_or_new
 }
 
-test_a_signal_at_any_step_leaves_the_old_agent_running() {
-  old_unless_done() {
-    expect_identity
-    if [ "$status" -eq 0 ]; then
-      case $1 in "rm -f "*.old) expect_new ;; *) wrong "the signal had no consequence" ;; esac
-    elif ! grep -q '^install.sh: the agent is installed' /case/output && [ ! -e "${plist}.done" ]; then
+old_unless_installed() {
+  expect_identity
+  case $1 in
+    "rm -f "*.old)
+      # The last steps, and the first: those of before are removed with what was to be new.
       case $1 in
-        # The new agent runs already, and only what was kept for the way back is left.
-        "rm -f "*.old) runs "$(cat $agent/msp-agent)" ;;
-        *) expect_old ;;
+        *.new*) expect_old ;;
+        *)
+          expect_text status 0 "$status"
+          expect_new
+          ;;
       esac
-    fi
-  }
-  each_failure terminate old_agent old_unless_done
+      ;;
+    *)
+      expect_text status 143 "$status"
+      expect_old
+      ;;
+  esac
+  expect_nothing_left_over
+}
+
+test_a_signal_at_any_step_leaves_the_old_agent_running() {
+  each_failure terminate old_agent old_unless_installed
+}
+
+new_after_another_run() {
+  expect_identity
+  grep -qE '^(old|new) agent$' "$agent/msp-agent" || wrong "there is no program"
+  [ -s "$plist" ] || wrong "there is no property list"
+  [ -s "$agent/default_api.txt" ] || wrong "there is no address"
+  rm -f /case/fail_at
+  install_new
+  expect_text "status of the second run" 0 "$status"
+  expect_new
+  expect_identity
+  expect_nothing_left_over
 }
 
 test_after_a_power_failure_at_any_step_it_can_be_run_again() {
-  again() {
-    expect_identity
-    [ "$(cat $agent/msp-agent)" = "old agent" ] || [ "$(cat $agent/msp-agent)" = "new agent" ] ||
-      wrong "there is no program"
-    [ -s $plist ] || wrong "there is no property list"
-    [ -s $agent/default_api.txt ] || wrong "there is no address"
-    rm -f /case/fail_at
-    install_new
-    expect_text "status of the second run" 0 "$status"
-    expect_new
-    expect_identity
-    expect_nothing_left_over
-  }
-  each_failure kill old_agent again
+  each_failure kill old_agent new_after_another_run
 }
 
 removed() {
@@ -692,6 +734,58 @@ test_the_archive_holds_the_files_and_is_the_same_every_time() {
   run "/case/$name/install.sh" https://new.example/api
   expect_text status 0 "$status"
   expect_new
+}
+
+# On a Mac, as far as its tools' stand-ins tell.
+on_a_mac() { run env PATH=/bin:/usr/bin "$packaging/build-pkg" --program /case/new/msp-agent --output /case/out "$@"; }
+
+test_on_a_mac_a_package_is_built_signed_and_notarised() {
+  local version
+  new_mac
+  version=$(sed -n 's/.*kAgentVersion\[\] = "\(.*\)".*/\1/p' "$packaging/../../src/agent/msp_agent.cpp")
+  on_a_mac --sign-program "Program (A)" --sign "Package (A)" --notarize admin
+  expect_text status 0 "$status"
+  expect_file /case/output "/case/out/msp-agent-$version.pkg"
+  expect_text "what is there" "msp-agent-$version.pkg" "$(ls -A /case/out)"
+  expect_file /case/scripts "find-address.sh
+install.sh
+msp-agent
+msp-agent.sha256
+org.msp-agent.agent.plist
+postinstall
+preinstall
+uninstall.sh"
+  # The folder's name is another one each time. The checksum comes after the signature, which changes the file.
+  expect_text "the order" "codesign --force --options runtime --timestamp --identifier org.msp-agent.agent\
+ --sign Program (A) WORK/scripts/msp-agent
+shasum -a 256 msp-agent
+pkgbuild --quiet --root WORK/payload --scripts WORK/scripts --identifier org.msp-agent.agent\
+ --version $version --install-location / WORK/agent.pkg
+productbuild --quiet --distribution $packaging/package/distribution.xml --package-path WORK\
+ --identifier org.msp-agent.agent --version $version --sign Package (A) --timestamp WORK/product.pkg
+xcrun notarytool submit --wait --keychain-profile admin WORK/product.pkg
+xcrun stapler staple WORK/product.pkg" \
+    "$(grep -E '^(codesign|shasum|pkgbuild|productbuild|xcrun)' /case/calls |
+      sed 's,/[^ ]*/msp-agent-package\.[^/ ]*,WORK,g')"
+}
+
+test_on_a_mac_a_package_need_not_be_signed() {
+  new_mac
+  on_a_mac
+  expect_text status 0 "$status"
+  expect_text "the signatures" "" "$(grep -E '^(codesign|xcrun)|--sign' /case/calls || true)"
+}
+
+test_on_a_mac_a_package_that_is_not_notarised_is_not_left() {
+  new_mac
+  touch /case/unsigned
+  on_a_mac --sign-program A --sign B --notarize admin
+  expect_text status 65 "$status"
+  expect_text "what is there" "" "$(ls -A /case/out)"
+
+  on_a_mac --sign B --notarize admin
+  expect_text status 1 "$status"
+  expect_file /case/output "build-pkg: --notarize takes --sign-program and --sign"
 }
 
 test_packing_says_what_is_wrong() {

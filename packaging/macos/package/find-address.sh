@@ -31,5 +31,6 @@ find_address() {
   fi
   address=
   read -r address <"$file" || true
-  echo "${address%$'\r'}"
+  address=${address%$'\r'}
+  echo "$address"
 }
