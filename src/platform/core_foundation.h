@@ -18,6 +18,11 @@ struct CFReleaser {
 template <typename T>
 using CFOwned = std::unique_ptr<std::remove_pointer_t<T>, CFReleaser>;
 
+/// Whether there is an object and it is of that type. To be asked before every cast.
+inline bool isOfType(CFTypeRef object, CFTypeID type) {
+  return object != nullptr && CFGetTypeID(object) == type;
+}
+
 /// The text as well-formed UTF-8; the text must not be nullptr.
 std::string textOf(CFStringRef text);
 

@@ -16,7 +16,7 @@ namespace msp {
 
 std::optional<std::string> computerName() {
   const CFOwned<CFStringRef> name(SCDynamicStoreCopyComputerName(nullptr, nullptr));
-  if (name == nullptr || CFStringGetLength(name.get()) == 0) return std::nullopt;
+  if (!isOfType(name.get(), CFStringGetTypeID()) || CFStringGetLength(name.get()) == 0) return std::nullopt;
   return textOf(name.get());
 }
 

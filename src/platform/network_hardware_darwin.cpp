@@ -7,7 +7,7 @@ namespace msp {
 namespace {
 
 std::optional<std::string> optionalText(CFStringRef text) {
-  if (text == nullptr) return std::nullopt;
+  if (!isOfType(text, CFStringGetTypeID())) return std::nullopt;
   return textOf(text);
 }
 
@@ -15,12 +15,12 @@ std::optional<std::string> optionalText(CFStringRef text) {
 
 std::vector<NetworkHardware> networkHardware() {
   const CFOwned<CFArrayRef> all(SCNetworkInterfaceCopyAll());
-  if (all == nullptr || CFGetTypeID(all.get()) != CFArrayGetTypeID()) return {};
+  if (!isOfType(all.get(), CFArrayGetTypeID())) return {};
   std::vector<NetworkHardware> found;
   const CFIndex count = CFArrayGetCount(all.get());
   for (CFIndex i = 0; i < count; ++i) {
     const CFTypeRef element = CFArrayGetValueAtIndex(all.get(), i);
-    if (element == nullptr || CFGetTypeID(element) != SCNetworkInterfaceGetTypeID()) continue;
+    if (!isOfType(element, SCNetworkInterfaceGetTypeID())) continue;
     const auto interface = static_cast<SCNetworkInterfaceRef>(element);
     found.push_back({optionalText(SCNetworkInterfaceGetBSDName(interface)),
                      optionalText(SCNetworkInterfaceGetHardwareAddressString(interface)),

@@ -8,7 +8,7 @@
 namespace msp {
 namespace {
 
-bool isText(CFTypeRef object) { return CFGetTypeID(object) == CFStringGetTypeID(); }
+bool isText(CFTypeRef object) { return isOfType(object, CFStringGetTypeID()); }
 
 PropertyListDictionary dictionaryOf(CFDictionaryRef source) {
   const auto count = static_cast<std::size_t>(CFDictionaryGetCount(source));
@@ -22,7 +22,7 @@ PropertyListDictionary dictionaryOf(CFDictionaryRef source) {
     std::string key = textOf(static_cast<CFStringRef>(keys[i]));
     if (isText(values[i])) {
       dictionary.insert_or_assign(std::move(key), textOf(static_cast<CFStringRef>(values[i])));
-    } else if (CFGetTypeID(values[i]) == CFDateGetTypeID()) {
+    } else if (isOfType(values[i], CFDateGetTypeID())) {
       const PropertyListDate date{CFDateGetAbsoluteTime(static_cast<CFDateRef>(values[i])) +
                                   kCFAbsoluteTimeIntervalSince1970};
       if (std::isfinite(date.secondsSince1970)) dictionary.insert_or_assign(std::move(key), date);
@@ -39,13 +39,13 @@ std::optional<std::vector<PropertyListDictionary>> parsePropertyListDictionaries
   if (data == nullptr) return std::nullopt;
   const CFOwned<CFPropertyListRef> root(CFPropertyListCreateWithData(
       kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
-  if (root == nullptr || CFGetTypeID(root.get()) != CFArrayGetTypeID()) return std::nullopt;
+  if (!isOfType(root.get(), CFArrayGetTypeID())) return std::nullopt;
 
   const auto array = static_cast<CFArrayRef>(root.get());
   std::vector<PropertyListDictionary> dictionaries;
   for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
     const CFTypeRef item = CFArrayGetValueAtIndex(array, i);
-    if (CFGetTypeID(item) != CFDictionaryGetTypeID()) return std::nullopt;
+    if (!isOfType(item, CFDictionaryGetTypeID())) return std::nullopt;
     dictionaries.push_back(dictionaryOf(static_cast<CFDictionaryRef>(item)));
   }
   return dictionaries;

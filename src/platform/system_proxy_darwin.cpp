@@ -1,6 +1,7 @@
 #include <SystemConfiguration/SystemConfiguration.h>
 
 #include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "platform/core_foundation.h"
@@ -16,17 +17,21 @@ Ref valueOf(CFDictionaryRef dictionary, const char* key, CFTypeID type) {
       CFStringCreateWithCString(kCFAllocatorDefault, key, kCFStringEncodingUTF8));
   if (!keyText) return nullptr;
   const void* const value = CFDictionaryGetValue(dictionary, keyText.get());
-  return value != nullptr && CFGetTypeID(value) == type ? static_cast<Ref>(value) : nullptr;
+  return isOfType(value, type) ? static_cast<Ref>(value) : nullptr;
 }
 
-int numberOf(CFNumberRef number) {
+/// 0 when there is no whole number.
+std::int64_t numberUnder(CFDictionaryRef dictionary, const std::string& key) {
+  const auto number = valueOf<CFNumberRef>(dictionary, key.c_str(), CFNumberGetTypeID());
   std::int64_t value = 0;
-  if (number == nullptr || !CFNumberGetValue(number, kCFNumberSInt64Type, &value)) return 0;
-  return static_cast<int>(value);
+  if (number == nullptr || CFNumberGetValue(number, kCFNumberSInt64Type, &value) == 0) return 0;
+  return value;
 }
 
-int numberUnder(CFDictionaryRef dictionary, const std::string& key) {
-  return numberOf(valueOf<CFNumberRef>(dictionary, key.c_str(), CFNumberGetTypeID()));
+/// What is no port is the usual one.
+int portUnder(CFDictionaryRef dictionary, const std::string& key) {
+  const std::int64_t port = numberUnder(dictionary, key);
+  return port > 0 && port <= std::numeric_limits<std::uint16_t>::max() ? static_cast<int>(port) : 0;
 }
 
 /// The server whose keys begin with a word, for instance "HTTP": HTTPEnable, HTTPProxy, HTTPPort.
@@ -34,14 +39,14 @@ std::optional<ProxyServer> serverOf(CFDictionaryRef dictionary, const std::strin
   if (numberUnder(dictionary, word + "Enable") == 0) return std::nullopt;
   const auto host = valueOf<CFStringRef>(dictionary, (word + "Proxy").c_str(), CFStringGetTypeID());
   if (host == nullptr || CFStringGetLength(host) == 0) return std::nullopt;
-  return ProxyServer{std::move(scheme), textOf(host), numberUnder(dictionary, word + "Port")};
+  return ProxyServer{std::move(scheme), textOf(host), portUnder(dictionary, word + "Port")};
 }
 
 }  // namespace
 
 ProxySettings systemProxySettings() {
   const CFOwned<CFDictionaryRef> dictionary(SCDynamicStoreCopyProxies(nullptr));
-  if (!dictionary) return {};
+  if (!isOfType(dictionary.get(), CFDictionaryGetTypeID())) return {};
   ProxySettings settings;
   settings.http = serverOf(dictionary.get(), "HTTP", "http");
   settings.https = serverOf(dictionary.get(), "HTTPS", "http");
@@ -50,7 +55,7 @@ ProxySettings systemProxySettings() {
   const auto exceptions = valueOf<CFArrayRef>(dictionary.get(), "ExceptionsList", CFArrayGetTypeID());
   for (CFIndex i = 0; exceptions != nullptr && i < CFArrayGetCount(exceptions); ++i) {
     const void* const entry = CFArrayGetValueAtIndex(exceptions, i);
-    if (entry != nullptr && CFGetTypeID(entry) == CFStringGetTypeID()) {
+    if (isOfType(entry, CFStringGetTypeID())) {
       settings.exceptions.push_back(textOf(static_cast<CFStringRef>(entry)));
     }
   }

@@ -1,0 +1,3 @@
+#pragma once
+
+#include <IOKit.framework/Headers/IOKitLib.h>

@@ -1,0 +1,3 @@
+#pragma once
+
+#include <SystemConfiguration.framework/Headers/SystemConfiguration.h>

@@ -1,0 +1,3 @@
+#pragma once
+
+using mach_error_t = int;
