@@ -16,6 +16,7 @@ namespace {
 class UnansweredHttpClient : public HttpClient {
  public:
   void send(HttpRequest /*request*/, Completion /*completion*/) override {}
+  void download(HttpRequest /*request*/, DownloadCompletion /*completion*/) override {}
 };
 
 UnansweredHttpClient& unanswered() {

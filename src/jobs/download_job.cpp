@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,7 +17,7 @@ namespace msp {
 namespace {
 
 /// Each of them holds a connection and an open file; the check-ins must not run out of descriptors.
-constexpr int kMostDownloads = 1024;
+constexpr int kMostDownloads = 256;
 
 /// What a download needs until its end.
 struct Download {
@@ -43,7 +44,16 @@ void endMove(const Download& download, const std::optional<FileError>& error) {
       {.id = download.id, .message = "File downloaded to " + download.fileName, .success = 1});
 }
 
-/// On the HTTP client's thread, which must not wait for a disk.
+void moveFile(const Download& download, TemporaryFile file) {
+  auto error = std::optional(FileError{std::generic_category().message(ENOMEM)});  // what an exception means
+  try {
+    error = moveWithoutOverwriting(std::move(file), download.fileName);
+  } catch (const std::exception&) {
+  }
+  endMove(download, error);
+}
+
+/// On the HTTP client's thread: the move, which can take minutes, is left to others.
 void endDownload(const std::shared_ptr<const Download>& download, DownloadResult result) {
   if (!result.error.empty()) {
     logJobProblem(download->job, "Download error: " + result.error);
@@ -54,8 +64,7 @@ void endDownload(const std::shared_ptr<const Download>& download, DownloadResult
     return download->completion(failure(download->id, "Download Error: file not downloaded"));
   }
   const auto file = std::make_shared<TemporaryFile>(std::move(*result.file));
-  const bool started = movers().submit(
-      [download, file] { endMove(*download, moveWithoutOverwriting(std::move(*file), download->fileName)); });
+  const bool started = movers().submit([download, file] { moveFile(*download, std::move(*file)); });
   if (!started) endMove(*download, FileError{std::generic_category().message(EAGAIN)});
 }
 

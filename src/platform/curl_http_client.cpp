@@ -33,7 +33,7 @@ using Clock = CurlExchange::Clock;
 using Stage = CurlExchange::Stage;
 
 constexpr int kMostRedirects = 20;
-// The management server's and the public-address service's; what others leave open is closed.
+// Those used last: with no downloads the management server's and the public-address service's.
 constexpr long kMostIdleConnections = 2;
 constexpr std::chrono::seconds kRetryDelay{1};
 constexpr std::size_t kMostCopies = 8;
@@ -209,7 +209,14 @@ void CurlHttpClient::Transport::download(HttpRequest request, DownloadCompletion
 }
 
 void CurlHttpClient::Transport::startCopy(const std::string& url, std::shared_ptr<AnswerReceiver> receiver) {
-  const bool started = copies_.submit([this, url, receiver] { endCopy({receiver, copy(url, *receiver)}); });
+  const bool started = copies_.submit([this, url, receiver] {
+    auto error = std::optional(fileErrorOf(ENOMEM));  // what an exception here means
+    try {
+      error = copy(url, *receiver);
+    } catch (const std::exception&) {
+    }
+    endCopy({receiver, std::move(error)});
+  });
   if (!started) endCopy({std::move(receiver), fileErrorOf(EAGAIN)});
 }
 
@@ -349,11 +356,17 @@ void CurlHttpClient::Transport::transfer(CurlExchange& exchange) {
 }
 
 void CurlHttpClient::Transport::performTransfers() {
+  // While a completion ran, or the disk kept a download waiting, data came in for others, who must not count
+  // as idle: they get their turn once more.
+  constexpr std::chrono::milliseconds kSlow{100};
   bool anyEnded = true;
-  // Once more after a completion: while it ran, data came in for others, who must not count as idle.
-  while (std::exchange(anyEnded, false)) {
+  bool wasSlow = false, secondTurn = false;
+  while (std::exchange(anyEnded, false) || std::exchange(wasSlow, false)) {
     int running = 0;
+    const auto begin = Clock::now();
     curl_multi_perform(multi_.get(), &running);
+    wasSlow = !secondTurn && Clock::now() - begin > kSlow;
+    secondTurn = wasSlow;
     int left = 0;
     while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
       anyEnded = true;

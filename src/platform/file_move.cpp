@@ -1,11 +1,13 @@
 #include "platform/file_move.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include "platform/exclusive_rename.h"
 #include "platform/file_calls.h"
@@ -13,13 +15,16 @@
 namespace msp {
 namespace {
 
-/// 0, or the errno(3) value.
-int giveName(TemporaryFile& file, const std::string& destination, const ExclusiveRename& rename) {
-  const int problem = rename(file.path(), destination);
-  if (problem == 0) file.release();
-  if (problem != ENOTSUP) return problem;
+constexpr int kCannot = ENOTSUP;
+
+/// 0, or the errno(3) value; kCannot where the file system knows no way.
+int giveName(TemporaryFile& file, const std::string& destination, const ExclusiveNaming& naming) {
+  const int renamed = naming.rename(file.path(), destination);
+  if (renamed == 0) file.release();
+  if (renamed != ENOTSUP) return renamed;
   // Like that rename, this fails when something is there. The temporary name goes with its owner.
-  return link(file.path().c_str(), destination.c_str()) == 0 ? 0 : errno;
+  const int linked = naming.link(file.path(), destination);
+  return linked == EPERM || linked == ENOSYS ? kCannot : linked;
 }
 
 bool isTaken(const std::string& path) {
@@ -27,33 +32,56 @@ bool isTaken(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
+std::optional<FileError> copyInto(Descriptor descriptor, const std::string& source) {
+  const auto write = [&](std::string_view bytes) { return writeAll(descriptor, bytes); };
+  if (auto error = readInPieces(source, write)) return error;
+  return closeWritten(std::move(descriptor));
+}
+
+/// Under the destination's own name from the first byte on.
+std::optional<FileError> copyInPlace(const TemporaryFile& file, const std::string& destination) {
+  Descriptor descriptor(uninterrupted(
+      [&] { return open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR); }));
+  if (!descriptor) return lastFileError();
+  TemporaryFile copy(destination);
+  if (auto error = copyInto(std::move(descriptor), file.path())) return error;
+  copy.release();
+  return std::nullopt;
+}
+
 std::optional<FileError> moveCopy(const TemporaryFile& file, const std::string& destination,
-                                  const ExclusiveRename& rename) {
+                                  const ExclusiveNaming& naming) {
   if (isTaken(destination)) return fileErrorOf(EEXIST);  // before copying in vain
   auto created = createTemporaryFile(directoryPrefixOf(destination) + ".msp-agent-download.");
   if (const auto* error = std::get_if<FileError>(&created)) return *error;
   auto& [copy, descriptor] = std::get<OpenTemporaryFile>(created);
-  const auto write = [&open = descriptor](std::string_view bytes) { return writeAll(open, bytes); };
-  if (auto error = readInPieces(file.path(), write)) return error;
-  if (auto error = closeWritten(std::move(descriptor))) return error;
-  const int problem = giveName(copy, destination, rename);
+  if (auto error = copyInto(std::move(descriptor), file.path())) return error;
+  const int problem = giveName(copy, destination, naming);
+  if (problem == kCannot) return copyInPlace(copy, destination);
   return problem == 0 ? std::nullopt : std::optional(fileErrorOf(problem));
 }
 
 }  // namespace
 
+ExclusiveNaming systemNaming() {
+  return {renameExclusively, [](const std::string& from, const std::string& to) {
+            return link(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+          }};
+}
+
 std::optional<FileError> moveWithoutOverwriting(TemporaryFile file, const std::string& destination,
-                                                const ExclusiveRename& rename) {
+                                                const ExclusiveNaming& naming) {
   TemporaryFile source = std::move(file);  // gone on return; a parameter may live a little longer
   if (!isPath(destination)) return fileErrorOf(EINVAL);
-  const int problem = giveName(source, destination, rename);
+  const int problem = giveName(source, destination, naming);
   if (problem == 0) return std::nullopt;
-  if (problem == EXDEV) return moveCopy(source, destination, rename);
+  if (problem == EXDEV) return moveCopy(source, destination, naming);
+  if (problem == kCannot) return copyInPlace(source, destination);
   return fileErrorOf(problem);
 }
 
 std::optional<FileError> moveWithoutOverwriting(TemporaryFile file, const std::string& destination) {
-  return moveWithoutOverwriting(std::move(file), destination, renameExclusively);
+  return moveWithoutOverwriting(std::move(file), destination, systemNaming());
 }
 
 }  // namespace msp

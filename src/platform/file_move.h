@@ -14,17 +14,23 @@ namespace msp {
 /// copied, which takes its time, to a temporary name beside the destination first: the destination appears
 /// whole or not at all. A failure leaves neither the temporary file nor a part of its copy behind.
 ///
-/// On file systems without an exclusive rename a second link takes its place; those that have no links either
-/// refuse the move. Safe on any thread.
+/// On file systems without an exclusive rename a second link takes its place; on those that have no links
+/// either (exFAT) the content is copied to the destination itself, which can be seen growing there. Safe on
+/// any thread.
 [[nodiscard]] std::optional<FileError> moveWithoutOverwriting(TemporaryFile file,
                                                               const std::string& destination);
 
-/// How a file gets another name, as rename(2) puts it: 0, or the errno(3) value.
-using ExclusiveRename = std::function<int(const std::string& from, const std::string& to)>;
+/// How a file gets another name that nothing may have: each gives 0, or the errno(3) value.
+struct ExclusiveNaming {
+  using Call = std::function<int(const std::string& from, const std::string& to)>;
+  Call rename;
+  Call link;
+};
+ExclusiveNaming systemNaming();
 
-/// The same by another rename: tests answer in the file system's place.
+/// The same with other calls: tests answer in the file system's place.
 [[nodiscard]] std::optional<FileError> moveWithoutOverwriting(TemporaryFile file,
                                                               const std::string& destination,
-                                                              const ExclusiveRename& rename);
+                                                              const ExclusiveNaming& naming);
 
 }  // namespace msp

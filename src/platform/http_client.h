@@ -58,15 +58,8 @@ class HttpClient {
 
   /// The same, with the answer's body, of whatever size and whatever the answer's status, in a temporary file
   /// that the completion owns and nobody else uses. A `file:` URL names a file of this machine to be copied:
-  /// a regular one, and no redirect leads there. A failure leaves no file behind. A client that serves no
-  /// downloads says so at once.
-  virtual void download(HttpRequest request, DownloadCompletion completion);
+  /// a regular one, and no redirect leads there. A failure leaves no file behind.
+  virtual void download(HttpRequest request, DownloadCompletion completion) = 0;
 };
-
-// Those who override it keep what they are given.
-// NOLINTNEXTLINE(performance-unnecessary-value-param)
-inline void HttpClient::download(HttpRequest /*request*/, DownloadCompletion completion) {
-  completion({std::nullopt, "downloads are not served"});
-}
 
 }  // namespace msp

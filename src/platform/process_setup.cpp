@@ -35,7 +35,9 @@ void raiseDescriptorLimit() {
 
 void prepareProcess() {
   openStandardStreams();
+  // A write that fails is to say so, not to end the process.
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);
   raiseDescriptorLimit();
   keepAllocatorSmall();

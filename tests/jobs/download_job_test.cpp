@@ -338,7 +338,7 @@ TEST_F(DownloadJob, withoutAThreadForTheMoveThereIsStillAResult) {
 }
 
 TEST_F(DownloadJob, onlySoManyDownloadsAreUnderWayAtOnce) {
-  constexpr std::size_t kMost = 1024;
+  constexpr std::size_t kMost = 256;
   const std::string text = arguments("http://a/b", directory_.file("new"));
   std::vector<std::future<JobResult>> results;
   results.reserve(kMost);

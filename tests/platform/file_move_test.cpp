@@ -23,6 +23,7 @@
 
 #include "platform/exclusive_rename.h"
 #include "support/file_size_limit.h"
+#include "support/files.h"
 #include "support/temporary_directory.h"
 
 namespace msp::test {
@@ -31,26 +32,6 @@ namespace {
 namespace fs = std::filesystem;
 
 std::optional<FileError> error(std::errc code) { return FileError{std::make_error_code(code).message()}; }
-
-void write(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-mode_t permissionsOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-}
-
-std::set<std::string> entriesOf(const std::string& directory) {
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.insert(entry.path().filename().string());
-  return names;
-}
 
 using Names = std::set<std::string>;
 
@@ -102,27 +83,35 @@ TEST(TemporaryFile, cannotBeCreatedWhereThereIsNoDirectory) {
 
 TEST(TemporaryDirectoryOfTheSystem, isADirectory) { EXPECT_TRUE(fs::is_directory(temporaryDirectory())); }
 
-/// How the file gets its name: as on one file system, on two, and on one that has links only.
+/// How the file gets its name, by what the file system can do.
 struct Way {
   const char* name;
-  ExclusiveRename rename;
+  ExclusiveNaming naming;
 };
 
 std::vector<Way> ways() {
-  return {{"on one file system", renameExclusively},
-          {"between two file systems",
-           [](const std::string& from, const std::string& to) {
-             return fs::path(from).parent_path() == fs::path(to).parent_path() ? renameExclusively(from, to)
-                                                                               : EXDEV;
-           }},
-          {"where there are links only", [](const std::string&, const std::string&) { return ENOTSUP; }}};
+  const ExclusiveNaming real = systemNaming();
+  const auto cannot = [](const std::string&, const std::string&) { return ENOTSUP; };
+  // The temporary file lies on another file system than its destination.
+  const auto apart = [](const ExclusiveNaming::Call& call) {
+    return [call](const std::string& from, const std::string& to) {
+      return fs::path(from).parent_path() == fs::path(to).parent_path() ? call(from, to) : EXDEV;
+    };
+  };
+  const auto notPermitted = [](const std::string&, const std::string&) { return EPERM; };
+  return {{"on one file system", real},
+          {"between two file systems", {apart(real.rename), apart(real.link)}},
+          {"where there are links only", {cannot, real.link}},
+          {"where there are not even links", {cannot, notPermitted}},
+          {"to where there are links only", {apart(cannot), apart(real.link)}},
+          {"to where there are not even links", {apart(cannot), apart(cannot)}}};
 }
 
 TEST(FileMove, theFileHasTheNewNameOnly) {
-  for (const auto& [name, rename] : ways()) {
+  for (const auto& [name, naming] : ways()) {
     const TemporaryDirectory from, to;
     const std::string content = std::string(1'000'000, 'x') + std::string("\0end", 4);
-    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), content), to.file("new"), rename), std::nullopt)
+    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), content), to.file("new"), naming), std::nullopt)
         << name;
     EXPECT_EQ(contentOf(to.file("new")), content) << name;
     EXPECT_EQ(permissionsOf(to.file("new")), 0600U) << name;
@@ -132,9 +121,9 @@ TEST(FileMove, theFileHasTheNewNameOnly) {
 }
 
 TEST(FileMove, anEmptyFileIsMovedToo) {
-  for (const auto& [name, rename] : ways()) {
+  for (const auto& [name, naming] : ways()) {
     const TemporaryDirectory from, to;
-    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), ""), to.file("new"), rename), std::nullopt)
+    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), ""), to.file("new"), naming), std::nullopt)
         << name;
     EXPECT_EQ(entriesOf(to.path()), Names{"new"}) << name;
   }
@@ -142,9 +131,9 @@ TEST(FileMove, anEmptyFileIsMovedToo) {
 
 TEST(FileMove, aNameAsLongAsNamesCanBeIsReached) {
   const std::string longest(NAME_MAX, 'n');
-  for (const auto& [name, rename] : ways()) {
+  for (const auto& [name, naming] : ways()) {
     const TemporaryDirectory from, to;
-    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "x"), to.file(longest), rename), std::nullopt)
+    EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "x"), to.file(longest), naming), std::nullopt)
         << name;
     EXPECT_EQ(entriesOf(to.path()), Names{longest}) << name;
   }
@@ -156,7 +145,7 @@ TEST(FileMove, whatCannotBeReachedLeavesNothing) {
     std::string destination;
     std::errc code;
   };
-  for (const auto& [way, rename] : ways()) {
+  for (const auto& [way, naming] : ways()) {
     const TemporaryDirectory from, to;
     write(to.file("file"), "old");
     fs::create_directory(to.file("directory"));
@@ -175,7 +164,7 @@ TEST(FileMove, whatCannotBeReachedLeavesNothing) {
     };
     for (const Case& c : cases) {
       // The empty name's directory is the working directory, where nothing may appear either.
-      EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "new"), c.destination, rename), error(c.code))
+      EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "new"), c.destination, naming), error(c.code))
           << c.name << ' ' << way;
       EXPECT_EQ(entriesOf(from.path()), Names{}) << c.name << ' ' << way;
       EXPECT_EQ(entriesOf(to.path()), (Names{"file", "directory", "dangling", "link"}))
@@ -188,15 +177,15 @@ TEST(FileMove, whatCannotBeReachedLeavesNothing) {
 TEST(FileMove, otherProblemsAreTheSystemsWords) {
   const TemporaryDirectory directory;
   EXPECT_EQ(moveWithoutOverwriting(fileWith(directory.path(), "new"), directory.file("new"),
-                                   [](const std::string&, const std::string&) { return EIO; }),
+                                   {[](const std::string&, const std::string&) { return EIO; }, nullptr}),
             error(std::errc::io_error));
   EXPECT_EQ(entriesOf(directory.path()), Names{});
 }
 
 TEST(FileMove, aSourceThatIsGoneIsAnError) {
-  for (const auto& [name, rename] : ways()) {
+  for (const auto& [name, naming] : ways()) {
     const TemporaryDirectory from, to;
-    EXPECT_EQ(moveWithoutOverwriting(TemporaryFile(from.file("gone")), to.file("new"), rename),
+    EXPECT_EQ(moveWithoutOverwriting(TemporaryFile(from.file("gone")), to.file("new"), naming),
               error(std::errc::no_such_file_or_directory))
         << name;
     EXPECT_EQ(entriesOf(to.path()), Names{}) << name;
@@ -204,25 +193,29 @@ TEST(FileMove, aSourceThatIsGoneIsAnError) {
 }
 
 TEST(FileMove, aDiskThatIsFullInTheMiddleOfTheCopyLeavesNothing) {
-  const TemporaryDirectory from, to;
-  auto file = fileWith(from.path(), std::string(3'000'000, 'x'));
-  const auto rename = ways().at(1).rename;
-  const FileSizeLimit limit(1'000'000);
-  EXPECT_EQ(moveWithoutOverwriting(std::move(file), to.file("new"), rename),
-            error(std::errc::file_too_large));
-  EXPECT_EQ(entriesOf(to.path()), Names{});
-  EXPECT_EQ(entriesOf(from.path()), Names{});
+  for (const std::size_t copying : {1, 3, 4, 5}) {
+    const auto [name, naming] = ways().at(copying);
+    const TemporaryDirectory from, to;
+    auto file = fileWith(from.path(), std::string(3'000'000, 'x'));
+    const FileSizeLimit limit(1'000'000);
+    EXPECT_EQ(moveWithoutOverwriting(std::move(file), to.file("new"), naming),
+              error(std::errc::file_too_large))
+        << name;
+    EXPECT_EQ(entriesOf(to.path()), Names{}) << name;
+    EXPECT_EQ(entriesOf(from.path()), Names{}) << name;
+  }
 }
 
 TEST(FileMove, whatAppearsWhileTheFileIsCopiedIsNotOverwritten) {
   const TemporaryDirectory from, to;
   const std::string destination = to.file("new");
-  const auto rename = [&](const std::string& source, const std::string& target) {
+  ExclusiveNaming naming = systemNaming();
+  naming.rename = [&](const std::string& source, const std::string& target) {
     if (fs::path(source).parent_path() == from.path()) return EXDEV;
     write(destination, "somebody else's");
     return renameExclusively(source, target);
   };
-  EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "mine"), destination, rename),
+  EXPECT_EQ(moveWithoutOverwriting(fileWith(from.path(), "mine"), destination, naming),
             error(std::errc::file_exists));
   EXPECT_EQ(contentOf(destination), "somebody else's");
   EXPECT_EQ(entriesOf(to.path()), Names{"new"});
@@ -230,7 +223,7 @@ TEST(FileMove, whatAppearsWhileTheFileIsCopiedIsNotOverwritten) {
 }
 
 TEST(FileMove, ofManyMovesToOneNameExactlyOneSucceeds) {
-  for (const auto& [name, rename] : ways()) {
+  for (const auto& [name, naming] : ways()) {
     for (int round = 0; round < 20; ++round) {
       const TemporaryDirectory from, to;
       constexpr int kMoves = 4;
@@ -244,7 +237,7 @@ TEST(FileMove, ofManyMovesToOneNameExactlyOneSucceeds) {
       std::vector<std::thread> threads;
       threads.reserve(kMoves);
       for (int i = 0; i < kMoves; ++i) {
-        threads.emplace_back([&, i, &move = rename, &file = files[static_cast<std::size_t>(i)]] {
+        threads.emplace_back([&, i, &move = naming, &file = files[static_cast<std::size_t>(i)]] {
           const auto problem = moveWithoutOverwriting(std::move(file), to.file("new"), move);
           if (!problem) winner = i;
           if (problem == error(std::errc::file_exists)) ++losers;

@@ -22,64 +22,28 @@
 #include <variant>
 #include <vector>
 
+#include "support/file_size_limit.h"
+#include "support/files.h"
 #include "support/temporary_directory.h"
 
 namespace msp {
 namespace {
 
 using namespace std::string_literals;
+using test::contentOf;
+using test::entriesOf;
+using test::FileSizeLimit;
+using test::permissionsOf;
 using test::TemporaryDirectory;
+using test::write;
 
 using ReadResult = std::variant<std::string, FileError>;
 
 FileError error(std::errc code) { return {std::make_error_code(code).message()}; }
 
-void write(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-mode_t permissionsOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
-}
-
-std::set<std::string> entriesOf(const std::string& directory) {
-  std::set<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    names.insert(entry.path().filename().string());
-  }
-  return names;
-}
-
 /// A name that leaves no room for a longer one beside it: whatever the rights of the tests, nothing can be
 /// created there.
 std::string longestName() { return std::string(NAME_MAX, 'n'); }
-
-/// Lets files of this process grow up to a size only; what is written beyond it fails instead of ending the
-/// process.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : previousHandler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &previous_);
-    const rlimit limit{bytes, previous_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &previous_);
-    std::signal(SIGXFSZ, previousHandler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit previous_{};
-  void (*previousHandler_)(int);
-};
 
 /// Another mask for new files, as long as it lives.
 class Umask {

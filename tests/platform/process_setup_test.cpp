@@ -76,12 +76,14 @@ TEST(PrepareProcess, leavesOpenStandardDescriptorsAlone) {
   }));
 }
 
-TEST(PrepareProcess, ignoresBrokenPipesAndLetsChildrenBeWaitedFor) {
+TEST(PrepareProcess, ignoresBrokenPipesAndFullFilesAndLetsChildrenBeWaitedFor) {
   EXPECT_TRUE(inAProcessOfItsOwn([] {
     std::signal(SIGPIPE, SIG_DFL);
+    std::signal(SIGXFSZ, SIG_DFL);
     std::signal(SIGCHLD, SIG_IGN);
     prepareProcess();
-    return std::signal(SIGPIPE, SIG_DFL) == SIG_IGN && std::signal(SIGCHLD, SIG_DFL) == SIG_DFL;
+    return std::signal(SIGPIPE, SIG_DFL) == SIG_IGN && std::signal(SIGXFSZ, SIG_DFL) == SIG_IGN &&
+           std::signal(SIGCHLD, SIG_DFL) == SIG_DFL;
   }));
 }
 

@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/network_hardware.h"
 #include "scenarios/scenario.h"
+#include "support/files.h"
 #include "support/loopback_server.h"
 
 namespace msp::test {
@@ -107,11 +105,6 @@ Json usersResult(std::int64_t id, const Json& users) {
   return merged(listResult(id, "local_users", users), {{"local_groups", kGroups}});
 }
 
-std::string content(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 class EveryJob : public Scenario {
  protected:
   /// An agent that gets all the jobs in the answer to its first check-in and sends their results until there
@@ -173,7 +166,7 @@ TEST_F(EveryJob, allFifteenTypesInOneAnswer) {
 
   for (const auto& [id, result] : expected) EXPECT_EQ(lab.result(id), result);
 
-  EXPECT_EQ(content(lab.mac().users() / "Shared" / "tool"), "downloaded bytes");
+  EXPECT_EQ(contentOf(lab.mac().users() / "Shared" / "tool"), "downloaded bytes");
   EXPECT_FALSE(lab.mac().isRunning(5120));
   EXPECT_TRUE(lab.mac().isAdmin("Visiting_Auditor"));
   EXPECT_EQ(lab.mac().password("Visiting_Auditor"), "pass word");
