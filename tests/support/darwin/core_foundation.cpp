@@ -30,10 +30,6 @@ CFTypeID typeOf(Kind kind) {
   return static_cast<CFTypeID>(kind == Kind::fraction ? Kind::integer : kind);
 }
 
-std::u16string unitsOf(const UInt8* bytes, CFIndex length) {
-  return {bytes, bytes + length};  // one unit for each byte
-}
-
 bool isLeading(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isTrailing(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
@@ -83,9 +79,10 @@ using Memory = std::unique_ptr<void, FreeMemory>;
 bool hasTooMany(std::string_view xml, std::string_view element) {
   constexpr int kMost = 10'000;
   int count = 0;
-  for (std::size_t at = xml.find(element); at != std::string_view::npos; at = xml.find(element, at + 1))
-    ++count;
-  return count > kMost;
+  for (std::size_t at = xml.find(element); at != std::string_view::npos; at = xml.find(element, at + 1)) {
+    if (++count > kMost) return true;
+  }
+  return false;
 }
 
 std::optional<MacValue> valueOf(plist_t node);
@@ -338,7 +335,7 @@ CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex len
   expectAllocator(allocator, __func__);
   if (mac().fails()) return nullptr;
   MacValue content = msp::test::data();
-  content.text = unitsOf(bytes, length);
+  content.bytes.assign(bytes, bytes + length);
   return reinterpret_cast<CFDataRef>(mac().create(content));
 }
 
@@ -371,9 +368,7 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
   if (options != kCFPropertyListImmutable) mac().fault("CFPropertyListCreateWithData was given options");
   if (error != nullptr) mac().fault("CFPropertyListCreateWithData was asked for an error");
   if (found == nullptr || mac().fails()) return nullptr;
-  const auto value = mac().propertyList
-                         ? mac().propertyList
-                         : parsePropertyList({found->value.text.begin(), found->value.text.end()});
+  const auto value = mac().propertyList ? mac().propertyList : parsePropertyList(found->value.bytes);
   return value ? mac().create(*value) : nullptr;
 }
 

@@ -24,12 +24,13 @@ struct MacValue {
     characterSet,
   };
   Kind kind = Kind::nothing;
-  std::u16string text = {};  // any code units; of data its bytes
+  std::u16string text = {};  // any code units
   std::int64_t integer = 0;  // also a character set's number
   double fraction = 0;       // of a date: seconds since 2001
   /// Of an array its elements, of a dictionary keys and values in turn, of an interface its name, hardware
   /// address and display name.
   std::vector<MacValue> parts = {};
+  std::string bytes = {};  // of data
 };
 
 inline MacValue nothing() { return {}; }

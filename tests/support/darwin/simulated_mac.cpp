@@ -101,7 +101,7 @@ MacObject* SimulatedMac::build(const MacValue& value) {
   auto made = std::make_unique<MacObject>();
   MacObject* const object = made.get();
   object->kind = value.kind;
-  object->value = {value.kind, value.text, value.integer, value.fraction};
+  object->value = {value.kind, value.text, value.integer, value.fraction, {}, value.bytes};
   for (const MacValue& part : value.parts) {
     MacObject* const child = build(part);
     if (child != nullptr) ++child->held;
