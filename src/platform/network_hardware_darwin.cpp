@@ -21,7 +21,7 @@ std::vector<NetworkHardware> networkHardware() {
   for (CFIndex i = 0; i < count; ++i) {
     const CFTypeRef element = CFArrayGetValueAtIndex(all.get(), i);
     if (!isOfType(element, SCNetworkInterfaceGetTypeID())) continue;
-    const auto interface = static_cast<SCNetworkInterfaceRef>(element);
+    const auto* const interface = static_cast<SCNetworkInterfaceRef>(element);
     found.push_back({optionalText(SCNetworkInterfaceGetBSDName(interface)),
                      optionalText(SCNetworkInterfaceGetHardwareAddressString(interface)),
                      optionalText(SCNetworkInterfaceGetLocalizedDisplayName(interface))});

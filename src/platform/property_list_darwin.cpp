@@ -41,7 +41,7 @@ std::optional<std::vector<PropertyListDictionary>> parsePropertyListDictionaries
       kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
   if (!isOfType(root.get(), CFArrayGetTypeID())) return std::nullopt;
 
-  const auto array = static_cast<CFArrayRef>(root.get());
+  const auto* const array = static_cast<CFArrayRef>(root.get());
   std::vector<PropertyListDictionary> dictionaries;
   for (CFIndex i = 0; i < CFArrayGetCount(array); ++i) {
     const CFTypeRef item = CFArrayGetValueAtIndex(array, i);

@@ -22,7 +22,7 @@ Ref valueOf(CFDictionaryRef dictionary, const char* key, CFTypeID type) {
 
 /// 0 when there is no whole number.
 std::int64_t numberUnder(CFDictionaryRef dictionary, const std::string& key) {
-  const auto number = valueOf<CFNumberRef>(dictionary, key.c_str(), CFNumberGetTypeID());
+  const auto* const number = valueOf<CFNumberRef>(dictionary, key.c_str(), CFNumberGetTypeID());
   std::int64_t value = 0;
   if (number == nullptr || CFNumberGetValue(number, kCFNumberSInt64Type, &value) == 0) return 0;
   return value;
@@ -37,7 +37,7 @@ int portUnder(CFDictionaryRef dictionary, const std::string& key) {
 /// The server whose keys begin with a word, for instance "HTTP": HTTPEnable, HTTPProxy, HTTPPort.
 std::optional<ProxyServer> serverOf(CFDictionaryRef dictionary, const std::string& word, std::string scheme) {
   if (numberUnder(dictionary, word + "Enable") == 0) return std::nullopt;
-  const auto host = valueOf<CFStringRef>(dictionary, (word + "Proxy").c_str(), CFStringGetTypeID());
+  const auto* const host = valueOf<CFStringRef>(dictionary, (word + "Proxy").c_str(), CFStringGetTypeID());
   if (host == nullptr || CFStringGetLength(host) == 0) return std::nullopt;
   return ProxyServer{std::move(scheme), textOf(host), portUnder(dictionary, word + "Port")};
 }
@@ -52,7 +52,7 @@ ProxySettings systemProxySettings() {
   settings.https = serverOf(dictionary.get(), "HTTPS", "http");
   settings.socks = serverOf(dictionary.get(), "SOCKS", "socks5h");
   settings.excludesSimpleHostnames = numberUnder(dictionary.get(), "ExcludeSimpleHostnames") != 0;
-  const auto exceptions = valueOf<CFArrayRef>(dictionary.get(), "ExceptionsList", CFArrayGetTypeID());
+  const auto* const exceptions = valueOf<CFArrayRef>(dictionary.get(), "ExceptionsList", CFArrayGetTypeID());
   for (CFIndex i = 0; exceptions != nullptr && i < CFArrayGetCount(exceptions); ++i) {
     const void* const entry = CFArrayGetValueAtIndex(exceptions, i);
     if (isOfType(entry, CFStringGetTypeID())) {

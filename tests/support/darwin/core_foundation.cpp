@@ -49,7 +49,9 @@ std::string bytesOf(utf8proc_int32_t character) {
   return bytes;
 }
 
-MacObject* text(const void* reference, const char* call) { return mac().object(reference, Kind::text, call); }
+MacObject* textObject(const void* reference, const char* call) {
+  return mac().object(reference, Kind::text, call);
+}
 
 void expectAllocator(CFAllocatorRef allocator, const char* call) {
   if (allocator != kCFAllocatorDefault) mac().fault(std::string(call) + " was given an allocator");
@@ -223,7 +225,7 @@ CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary) {
 
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
   const MacObject* const entries = mac().object(dictionary, Kind::dictionary, __func__);
-  const MacObject* const wanted = text(key, __func__);
+  const MacObject* const wanted = textObject(key, __func__);
   if (entries == nullptr || wanted == nullptr) return nullptr;
   for (std::size_t i = 0; i < entries->parts.size(); i += 2) {
     const MacObject* const candidate = entries->parts[i];
@@ -242,16 +244,16 @@ void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
   }
 }
 
-CFIndex CFStringGetLength(CFStringRef string) {
-  const MacObject* const found = text(string, __func__);
+CFIndex CFStringGetLength(CFStringRef text) {
+  const MacObject* const found = textObject(text, __func__);
   return found == nullptr ? 0 : static_cast<CFIndex>(found->value.text.size());
 }
 
-CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
+CFIndex CFStringGetBytes(CFStringRef text, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
                          Boolean isExternalRepresentation, UInt8* buffer, CFIndex bufferSize,
                          CFIndex* usedSize) {
   if (usedSize != nullptr) *usedSize = 0;
-  const MacObject* const found = text(string, __func__);
+  const MacObject* const found = textObject(text, __func__);
   if (found == nullptr) return 0;
   expectUtf8(encoding, __func__);
   if (isExternalRepresentation != 0) mac().fault("CFStringGetBytes was asked for a byte order mark");
@@ -283,11 +285,10 @@ CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding enc
   return converted;
 }
 
-CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* string,
-                                      CFStringEncoding encoding) {
+CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text, CFStringEncoding encoding) {
   expectAllocator(allocator, __func__);
   expectUtf8(encoding, __func__);
-  return createText(codeUnitsOf(string));
+  return createText(codeUnitsOf(text));
 }
 
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
@@ -298,9 +299,9 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes
 }
 
 CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex maximumLength,
-                                             CFStringRef string) {
+                                             CFStringRef text) {
   expectAllocator(allocator, __func__);
-  const MacObject* const original = text(string, __func__);
+  const MacObject* const original = textObject(text, __func__);
   if (original == nullptr) return nullptr;
   if (maximumLength != 0) mac().fault("CFStringCreateMutableCopy was given a limit");
   if (mac().fails()) return nullptr;
@@ -309,8 +310,8 @@ CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef allocator, CFIndex m
   return reinterpret_cast<CFMutableStringRef>(copy);
 }
 
-void CFStringNormalize(CFMutableStringRef string, CFStringNormalizationForm form) {
-  MacObject* const found = text(string, __func__);
+void CFStringNormalize(CFMutableStringRef text, CFStringNormalizationForm form) {
+  MacObject* const found = textObject(text, __func__);
   if (found == nullptr) return;
   if (!found->isMutable) mac().fault("CFStringNormalize was given a text that cannot change");
   if (form != kCFStringNormalizationFormC) mac().fault("CFStringNormalize was given another form");
