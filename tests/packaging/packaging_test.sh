@@ -483,8 +483,9 @@ nothing_or_new() {
   expect_none $plist
   case $1 in
     "rm -f "*) ;;
-    *) expect_nothing_left_over ;;
+    *) expect_none $agent ;;
   esac
+  expect_none $plist.new
 }
 
 test_a_failure_at_any_step_of_a_first_installation_leaves_nothing() {
@@ -514,6 +515,67 @@ old_unless_installed() {
 
 test_a_signal_at_any_step_leaves_the_old_agent_running() {
   each_failure terminate old_agent old_unless_installed
+}
+
+# each_failure_on_the_way_back HOW CHECK: launchd refuses the new agent, and then one command fails.
+each_failure_on_the_way_back() {
+  local number=0 failed last first
+  while :; do
+    current="the failure ($1) of call $number on the way back"
+    new_mac
+    old_agent
+    echo "new agent" >/case/refuse
+    echo "$number" >/case/fail_at
+    echo "$1" >/case/fail_how
+    install_new
+    expect_text status 1 "$status"
+    expect_identity
+    if [ "$number" -eq 0 ]; then
+      # Without a failure: the way back begins after the last try.
+      expect_old
+      last=$(wc -l </case/calls)
+      first=$(grep -n '^mv -f .*old ' /case/calls | sed -n '1s/:.*//p')
+      number=$((first - 1))
+      [ $((last - first)) -ge 12 ] || wrong "the way back has too few calls"
+    else
+      failed=$(sed -n "${number}p" /case/calls)
+      current="the failure ($1) of call $number on the way back, $failed"
+      "$2" "$failed"
+    fi
+    number=$((number + 1))
+    [ "$number" -le "$last" ] || break
+  done
+}
+
+old_as_far_as_it_goes() {
+  local words
+  read -r -a words <<<"$1"
+  case $1 in
+    "mv -f $agent/msp-agent.old "*) # all that could be done without the program
+      expect_file $agent/msp-agent.old "old agent"
+      expect_file $plist "old list"
+      expect_file $agent/default_api.txt "https://old.example/"
+      ;;
+    "mv -f "*)
+      runs "old agent"
+      expect_file $agent/msp-agent "old agent"
+      [ -s "${words[2]}" ] || wrong "the old ${words[3]} is lost"
+      ;;
+    *) expect_old ;;
+  esac
+}
+
+test_a_failure_on_the_way_back_does_not_end_it() {
+  each_failure_on_the_way_back before old_as_far_as_it_goes
+}
+
+old_again() {
+  expect_old
+  expect_nothing_left_over
+}
+
+test_a_signal_on_the_way_back_does_not_end_it() {
+  each_failure_on_the_way_back terminate old_again
 }
 
 new_after_another_run() {
