@@ -192,4 +192,18 @@ void SimulatedMac::closePort(std::uint32_t number) {
   if (ports_.erase(number) == 0) fault("a port that is not open was released");
 }
 
+void SimulatedMac::setHandsOverNamedOnly(const void* attributes, bool namedOnly) {
+  const std::scoped_lock lock(mutex);
+  if (namedOnly) {
+    namedOnly_.insert(attributes);
+  } else {
+    namedOnly_.erase(attributes);
+  }
+}
+
+bool SimulatedMac::handsOverNamedOnly(const void* attributes) {
+  const std::scoped_lock lock(mutex);
+  return namedOnly_.contains(attributes);
+}
+
 }  // namespace msp::test

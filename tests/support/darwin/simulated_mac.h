@@ -5,7 +5,10 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "support/darwin/mac_value.h"
@@ -89,6 +92,11 @@ class SimulatedMac {
   bool isPort(std::uint32_t number, PortKind kind, const std::string& call);
   void closePort(std::uint32_t number);
 
+  /// Whether a launch with these attributes, known by their address, hands over no descriptor but those
+  /// named.
+  void setHandsOverNamedOnly(const void* attributes, bool namedOnly);
+  bool handsOverNamedOnly(const void* attributes);
+
  private:
   MacObject* build(const MacValue& value);
   void dropUnreferenced(MacObject& object);
@@ -99,6 +107,7 @@ class SimulatedMac {
   std::map<std::pair<MacValue::Kind, std::int64_t>, MacObject*> constants_;
   std::map<std::uint32_t, PortKind> ports_;
   std::uint32_t lastPort_ = 0x1000;
+  std::set<const void*> namedOnly_;
   std::vector<std::string> faults_;
 };
 
