@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <string_view>
 
 #include "platform/descriptors.h"
@@ -93,12 +94,14 @@ char*** _NSGetEnviron() { return &environ; }
 int pthread_setname_np(const char* name) {
   constexpr size_t kLongest = 63;
   if (std::strlen(name) > kLongest) return ENAMETOOLONG;
+  const std::scoped_lock lock(mac().mutex);
   mac().threadName = name;
   return 0;
 }
 
 int pthread_set_qos_class_self_np(qos_class_t quality, int relativePriority) {
   if (relativePriority != 0) mac().fault("pthread_set_qos_class_self_np was given a priority");
+  const std::scoped_lock lock(mac().mutex);
   mac().threadQuality = quality;
   return 0;
 }
@@ -106,6 +109,7 @@ int pthread_set_qos_class_self_np(qos_class_t quality, int relativePriority) {
 int fcntl(int descriptor, FullFlush /*command*/) {
   if (fcntl(descriptor, F_GETFD) < 0) return -1;
   if (!mac().knowsFullFlush) return failWith(ENOTSUP);
+  const std::scoped_lock lock(mac().mutex);
   ++mac().fullFlushes;
   return 0;
 }
