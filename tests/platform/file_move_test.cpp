@@ -193,7 +193,7 @@ TEST(FileMove, aSourceThatIsGoneIsAnError) {
 }
 
 TEST(FileMove, aDiskThatIsFullInTheMiddleOfTheCopyLeavesNothing) {
-  for (const std::size_t copying : {1, 3, 4, 5}) {
+  for (const std::size_t copying : {1U, 3U, 4U, 5U}) {
     const auto [name, naming] = ways().at(copying);
     const TemporaryDirectory from, to;
     auto file = fileWith(from.path(), std::string(3'000'000, 'x'));
