@@ -71,6 +71,20 @@ TEST(FakeHttpClient, keepsRequestsUntilTheTestCompletesThem) {
   EXPECT_EQ(results[1].answer->body, "body");
 }
 
+TEST(FakeHttpClient, keepsDownloadsByThemselves) {
+  FakeHttpClient http;
+  std::vector<std::string> errors;
+  HttpRequest request;
+  request.url = "http://b/";
+  http.download(request, [&](DownloadResult result) { errors.push_back(std::move(result.error)); });
+  EXPECT_TRUE(http.requests().empty());
+  ASSERT_EQ(http.downloads().size(), 1U);
+  EXPECT_EQ(http.downloads()[0].url, "http://b/");
+  EXPECT_TRUE(errors.empty());
+  http.completeDownload(0, {std::nullopt, "refused"});
+  EXPECT_EQ(errors, std::vector<std::string>{"refused"});
+}
+
 TEST(FakeMainQueue, runsWorkWhenTheTestSaysSo) {
   FakeMainQueue queue;
   int runs = 0;
