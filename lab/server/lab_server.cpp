@@ -86,18 +86,18 @@ std::int64_t LabServer::queueJob(const std::string& type, const Json& arguments)
     const MutexLock lock(mutex_);
     id = nextJobId_++;
   }
-  enqueue(makeJob(id, type, arguments));
+  queueRawJob(makeJob(id, type, arguments));
   return id;
 }
 
-void LabServer::queueRawJob(Json job) { enqueue(std::move(job)); }
+void LabServer::queueRawJob(Json job) { queueRawJobs(std::vector(1, std::move(job))); }
 
-void LabServer::enqueue(Json job) {
-  // Told first: the job may be on its way as soon as it is queued.
-  if (observer_.jobQueued) observer_.jobQueued(job);
+void LabServer::queueRawJobs(std::vector<Json> jobs) {
+  // Told first: the jobs may be on their way as soon as they are queued.
+  if (observer_.jobQueued) std::for_each(jobs.begin(), jobs.end(), observer_.jobQueued);
   const MutexLock lock(mutex_);
-  jobs_.push_back(job);
-  state_.queuedJobs.push_back(std::move(job));
+  jobs_.insert(jobs_.end(), jobs.begin(), jobs.end());
+  std::move(jobs.begin(), jobs.end(), std::back_inserter(state_.queuedJobs));
 }
 
 void LabServer::setCheckInInterval(std::optional<Json> interval) {

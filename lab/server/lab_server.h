@@ -83,6 +83,8 @@ class LabServer {
   std::int64_t queueJob(const std::string& type, const Json& arguments = nullptr);
   /// Queues anything at all as an element of the list of jobs.
   void queueRawJob(Json job);
+  /// The same for several, which are handed out with one answer.
+  void queueRawJobs(std::vector<Json> jobs);
   /// What the following check-ins are told; nothing leaves the key out.
   void setCheckInInterval(std::optional<Json> interval);
 
@@ -121,7 +123,6 @@ class LabServer {
   void serveJobOrder(const httplib::Request& request, httplib::Response& response);
   ReceivedPointer keep(const httplib::Request& request);
   ServerAnswer makeAnswer(const Received& received);
-  void enqueue(Json job);
   void setRunning(bool running);
   [[nodiscard]] std::size_t checkInCount() const MSP_REQUIRES(mutex_);
 

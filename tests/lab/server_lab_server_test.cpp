@@ -105,6 +105,20 @@ TEST_F(LabServerTest, aJobQueuedWhenARequestArrivesGoesOutWithItsAnswer) {
                                       R"(answered: {"success":1,"jobs":[{"id":"1","type":"restart"}]})"}));
 }
 
+TEST_F(LabServerTest, jobsQueuedTogetherGoOutWithOneAnswer) {
+  const std::vector<Json> pair = {Json(1), Json("two")};
+  constexpr std::size_t kPairs = 20'000;
+  std::thread queueing([&] {
+    for (std::size_t i = 0; i < kPairs; ++i) server_.queueRawJobs(pair);
+  });
+  for (std::size_t handedOut = 0; handedOut < kPairs * pair.size();) {
+    const auto jobs = Json::parse(post(checkIn()).substr(4)).at("jobs").get<std::vector<Json>>();
+    EXPECT_EQ(jobs.size() % pair.size(), 0U);
+    handedOut += jobs.size();
+  }
+  queueing.join();
+}
+
 TEST_F(LabServerTest, resultsAreKeptByTheirJobEvenWhenSentAgain) {
   const Json first = {{"id", 1}, {"message", ""}, {"success", 1}};
   const Json again = {{"id", 1}, {"message", "again"}, {"success", 1}};

@@ -7,6 +7,7 @@
 
 #include "platform/network_hardware.h"
 #include "scenarios/scenario.h"
+#include "server/protocol.h"
 #include "support/files.h"
 #include "support/loopback_server.h"
 
@@ -175,11 +176,12 @@ TEST_F(EveryJob, allFifteenTypesInOneAnswer) {
   ASSERT_EQ(lab.mac().restarts().size(), 1U);
 
   // What the jobs changed is what later jobs see.
-  const auto processes = lab.server().queueJob("get_processes");
-  const auto services = lab.server().queueJob("get_services");
-  const auto removal = lab.server().queueJob("modify_local_user_account",
-                                             {{"username", "Visiting_Auditor"}, {"mode", "delete"}});
-  const auto users = lab.server().queueJob("get_local_users");
+  enum : std::int64_t { processes = 2001, services, removal, users };
+  lab.server().queueRawJobs({lab::makeJob(processes, "get_processes", nullptr),
+                             lab::makeJob(services, "get_services", nullptr),
+                             lab::makeJob(removal, "modify_local_user_account",
+                                          {{"username", "Visiting_Auditor"}, {"mode", "delete"}}),
+                             lab::makeJob(users, "get_local_users", nullptr)});
   Json left = kProcesses;
   left.erase(5);
   EXPECT_EQ(lab.result(processes), listResult(processes, "processes", left));
@@ -325,7 +327,7 @@ TEST_F(EveryJob, aJobThatHangsHoldsUpItsOwnBatchOnly) {
   const auto hanging = lab.server().queueJob("get_storage_devices");
   const auto behind = lab.server().queueJob("get_sensors");
   start(lab);
-  lab.checkIn(1);
+  lab.checkIn(2);  // so the first was answered, and what follows comes in a batch of its own
   const auto later = lab.server().queueJob("get_services");
   EXPECT_EQ(lab.result(later), listResult(later, "services", kServices));
   lab.mac().restoreTool("diskutil");

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "scenarios/scenario.h"
+#include "server/protocol.h"
 
 namespace msp::test {
 namespace {
@@ -68,11 +69,9 @@ TEST_F(StoredIdentity, isUsedAtOnceAndItsJobsAreAnsweredUntilTheServerHasThem) {
   EXPECT_EQ(lab.output(), std::vector<std::string>{});
 
   // One job that is no object spoils the whole list of its answer.
-  server.queueJob("spoilt_by_the_next");
-  server.queueRawJob(5);
+  server.queueRawJobs({lab::makeJob(50, "spoilt_by_the_next", nullptr), 5});
   lab.checkIn(lab.checkIns() + 3);
-  server.queueRawJob(nullptr);
-  server.queueJob("spoilt_by_the_one_before");
+  server.queueRawJobs({nullptr, lab::makeJob(51, "spoilt_by_the_one_before", nullptr)});
   lab.checkIn(lab.checkIns() + 3);
   server.queueJob("good");
   log.emplace_back("Unknown task: good");
