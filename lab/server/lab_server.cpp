@@ -90,7 +90,7 @@ std::int64_t LabServer::queueJob(const std::string& type, const Json& arguments)
   return id;
 }
 
-void LabServer::queueRawJob(Json job) { queueRawJobs(std::vector(1, std::move(job))); }
+void LabServer::queueRawJob(Json job) { queueRawJobs({std::move(job)}); }
 
 void LabServer::queueRawJobs(std::vector<Json> jobs) {
   // Told first: the jobs may be on their way as soon as they are queued.
