@@ -16,6 +16,9 @@
 
 #include "support/temporary_directory.h"
 
+// The system's headers need not declare it, and not all of them do.
+extern "C" char** environ;  // NOLINT(readability-redundant-declaration)
+
 namespace msp::test {
 
 inline std::string contentOf(const std::string& path) {

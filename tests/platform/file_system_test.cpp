@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(File, Replacing,
 TEST_P(Replacing, createsAFileForItsOwnerOnly) {
   const TemporaryDirectory directory;
   const std::string path = directory.file("config.ini");
-  for (const mode_t mask : {0U, 022U, 0777U}) {
+  for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{0777}}) {
     const Umask umask(mask);
     std::filesystem::remove(path);
     EXPECT_EQ(replace(path, "secret\0\xFF"s), std::nullopt);
