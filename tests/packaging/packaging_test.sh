@@ -9,8 +9,8 @@ set -euo pipefail
 folder=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 packaging=$(cd "$folder/../../packaging/macos" && pwd)
 
-stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep sw_vers sync
-  uname codesign pkgbuild productbuild xcrun)
+stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep stat sw_vers sync
+  tail uname codesign pkgbuild productbuild xcrun)
 
 # Everything of / but what the scripts write to; then the stand-ins.
 build_root() {
@@ -91,6 +91,8 @@ new_mac() {
   chmod 755 /opt
   : >/case/calls
   : >/case/output
+  : >/case/acl
+  : >/case/printed
   echo 11.0 >/case/version
   cp "$packaging/install.sh" "$packaging/uninstall.sh" "$packaging/$label.plist" /case/new
   echo "new agent" >/case/new/msp-agent
@@ -132,8 +134,8 @@ runs() { # WHAT
 expect_new() {
   runs "new agent"
   expect_file $agent/msp-agent "new agent"
-  expect_text "the modes" "755 755 644 644" \
-    "$(stat -c %a $agent $agent/msp-agent $agent/default_api.txt $plist | tr '\n' ' ' | sed 's/ $//')"
+  expect_text "the modes" "755 755 644 600 644 " \
+    "$(stat -c %a $agent $agent/msp-agent $agent/default_api.txt $agent/output.log $plist | tr '\n' ' ')"
   expect_file $agent/default_api.txt "https://new.example/api"
   cmp -s $plist "$packaging/$label.plist" || wrong "$plist is not the new one"
   cmp -s /case/job/plist $plist || wrong "launchd has another property list"
@@ -147,7 +149,7 @@ expect_old() {
 }
 expect_nothing_left_over() {
   local file
-  for file in "$agent"/*.new "$agent"/*.old /Library/LaunchDaemons/*.new /Library/LaunchDaemons/*.old; do
+  for file in "$agent"/*.new "$agent"/*.old "$agent"/install.* /Library/LaunchDaemons/*.new /Library/LaunchDaemons/*.old; do
     expect_none "$file"
   done
 }
@@ -164,7 +166,8 @@ test_a_first_installation_puts_everything_in_place_and_starts_the_agent() {
   expect_nothing_left_over
   expect_none $agent/config.ini
   expect_file /case/output "install.sh: the agent is installed and runs"
-  [ "$(grep -c "^chown root:wheel " /case/calls)" -eq 4 ] || wrong "not everything was given to root"
+  expect_text "what was given to root" "$agent $agent/msp-agent.new $plist.new $agent/default_api.txt.new " \
+    "$(tr '\n' ' ' </case/given_to_root)"
 }
 
 test_the_commands_come_in_their_order() {
@@ -175,24 +178,23 @@ test_the_commands_come_in_their_order() {
 find /opt -prune -type d -user 0 ! -perm -0020 ! -perm -0002
 find /opt/msp-agent -prune -type d -user 0 ! -perm -0020 ! -perm -0002
 launchctl print-disabled system
-rm -f /opt/msp-agent/msp-agent.new /opt/msp-agent/msp-agent.old
-rm -f $plist.new $plist.old
-rm -f /opt/msp-agent/default_api.txt.new /opt/msp-agent/default_api.txt.old
+rm -f /opt/msp-agent/msp-agent.new $plist.new /opt/msp-agent/default_api.txt.new\
+ /opt/msp-agent/msp-agent.old $plist.old /opt/msp-agent/default_api.txt.old
 chown root:wheel /opt/msp-agent
+chmod -N /opt/msp-agent
 chmod 0755 /opt/msp-agent
 cat /case/new/msp-agent
 cat /case/new/$label.plist
+chmod -N /opt/msp-agent/msp-agent.new $plist.new /opt/msp-agent/default_api.txt.new
 chmod 0755 /opt/msp-agent/msp-agent.new
-chmod 0644 $plist.new
-chmod 0644 /opt/msp-agent/default_api.txt.new
-chown root:wheel /opt/msp-agent/msp-agent.new
-chown root:wheel $plist.new
-chown root:wheel /opt/msp-agent/default_api.txt.new
+chmod 0644 $plist.new /opt/msp-agent/default_api.txt.new
+chown root:wheel /opt/msp-agent/msp-agent.new $plist.new /opt/msp-agent/default_api.txt.new
 shasum -a 256 /opt/msp-agent/msp-agent.new
-sync
 ln /opt/msp-agent/msp-agent /opt/msp-agent/msp-agent.old
 ln $plist $plist.old
 ln /opt/msp-agent/default_api.txt /opt/msp-agent/default_api.txt.old
+sync
+mv -f /opt/msp-agent/install.journal.new /opt/msp-agent/install.journal
 launchctl bootout system/$label
 sleep 1
 mv -f /opt/msp-agent/msp-agent.new /opt/msp-agent/msp-agent
@@ -203,9 +205,8 @@ sleep 1
 sleep 1
 sleep 1
 sleep 1
-rm -f /opt/msp-agent/msp-agent.old
-rm -f $plist.old
-rm -f /opt/msp-agent/default_api.txt.old" "$(calls)"
+rm -f /opt/msp-agent/install.journal
+rm -f /opt/msp-agent/msp-agent.old $plist.old /opt/msp-agent/default_api.txt.old" "$(calls)"
 }
 
 test_an_upgrade_replaces_the_program_and_keeps_the_identity() {
@@ -337,7 +338,7 @@ test_an_agent_that_ends_at_once_makes_room_for_the_old_one() {
   expect_old
   expect_identity
   expect_nothing_left_over
-  expect_file /case/output "install.sh: the agent does not stay up
+  expect_file /case/output "install.sh: the agent does not stay up: last exit code = 1
 install.sh: it failed: going back
 install.sh: the old agent runs again"
 }
@@ -394,6 +395,8 @@ macOS is too old|echo 10.15.7 >/case/version|http://a/|macOS 11 or later is need
 the version is no number|echo new >/case/version|http://a/|macOS 11 or later is needed, this is new
 others may write to the folder|chmod 775 $agent|http://a/|/opt/msp-agent has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
 others may write to the folder above|chmod 757 /opt|http://a/|/opt has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
+the upgrade script is a link|ln -s /case/x $agent/macupgrade.sh|http://a/|/opt/msp-agent/macupgrade.sh has to be a file, and no link
+the upgrade script is a folder|mkdir $agent/macupgrade.sh|http://a/|/opt/msp-agent/macupgrade.sh has to be a file, and no link
 the folder is a link|mv $agent /opt/x; ln -s x $agent|http://a/|/opt/msp-agent has to be a folder of root's that nobody else may write to: look at what is in it, then chown root:wheel and chmod 755 it
 ROWS
 }
@@ -415,28 +418,35 @@ test_a_spoilt_program_is_not_installed() {
   expect_text status 1 "$status"
   expect_old
   expect_nothing_left_over
-  expect_file /case/output "install.sh: /case/new/msp-agent does not match /case/new/msp-agent.sha256"
+  expect_file /case/output "install.sh: /case/new/msp-agent does not match /case/new/msp-agent.sha256
+install.sh: nothing was installed"
   expect_text "what launchd was told" "" "$(grep -E 'bootout|bootstrap' /case/calls || true)"
 }
 
-# each_failure HOW SETUP CHECK: SETUP and an installation, again and again, with the first command failing,
-# then the second, until none is left; after each the CHECK, which is told the call that failed.
-each_failure() {
-  local number failed
+# each_failure_of SCRIPT-FUNCTION HOW SETUP CHECK: SETUP and the function, again and again, with the first command
+# failing, then the second, until none is left; after each the CHECK, which is told the call that failed. Sets
+# number to that of the calls, and one more; the last run was one without a failure.
+each_failure_of() {
+  local failed
   for ((number = 1; ; number++)); do
-    current="the failure ($1) of call $number"
+    current="the failure ($2) of call $number"
     new_mac
-    "$2"
+    "$3"
     echo "$number" >/case/fail_at
-    echo "$1" >/case/fail_how
-    install_new
+    echo "$2" >/case/fail_how
+    "$1"
     failed=$(sed -n "${number}p" /case/calls)
-    current="the failure ($1) of call $number, $failed"
+    current="the failure ($2) of call $number, $failed"
     [ "$(wc -l </case/calls)" -ge "$number" ] || break
-    "$3" "$failed"
+    "$4" "$failed"
   done
-  # The one without a failure, for comparison: the loop did reach every step.
   expect_text status 0 "$status"
+}
+
+# each_failure HOW SETUP CHECK: of an installation.
+each_failure() {
+  each_failure_of install_new "$@"
+  # For comparison: the loop did reach every step.
   expect_new
   [ "$number" -gt 30 ] || wrong "there were only $number calls"
 }
@@ -445,12 +455,13 @@ each_failure() {
 old_or_new() {
   expect_identity
   case $1 in
-    # These are done again.
-    "launchctl print system/"* | "launchctl boot"* | sleep*) expected=either ;;
+    # These are done again, or tell of nothing.
+    "launchctl print system/"* | "launchctl boot"* | sleep* | "defaults "*) expected=either ;;
     # What could not be removed is left behind: the new agent runs already.
-    "rm -f "*.old) expected=either ;;
+    "rm -f $agent/msp-agent.old "*) expected=either ;;
     *) expected=old ;;
   esac
+  [ -s /case/output ] || wrong "it said nothing"
   if [ "$status" -eq 0 ]; then
     [ $expected = either ] || wrong "the failure had no consequence"
     expect_new
@@ -495,15 +506,9 @@ test_a_failure_at_any_step_of_a_first_installation_leaves_nothing() {
 old_unless_installed() {
   expect_identity
   case $1 in
-    "rm -f "*.old)
-      # The last steps, and the first: those of before are removed with what was to be new.
-      case $1 in
-        *.new*) expect_old ;;
-        *)
-          expect_text status 0 "$status"
-          expect_new
-          ;;
-      esac
+    "rm -f $agent/msp-agent.old "*) # the last step
+      expect_text status 0 "$status"
+      expect_new
       ;;
     *)
       expect_text status 143 "$status"
@@ -517,30 +522,32 @@ test_a_signal_at_any_step_leaves_the_old_agent_running() {
   each_failure terminate old_agent old_unless_installed
 }
 
-# each_failure_on_the_way_back HOW CHECK: launchd refuses the new agent, and then one command fails.
+# each_failure_on_the_way_back HOW STATUS CHECK: the last step before the new files count fails, and then one
+# command on the way back.
 each_failure_on_the_way_back() {
   local number=0 failed last first
   while :; do
     current="the failure ($1) of call $number on the way back"
     new_mac
     old_agent
-    echo "new agent" >/case/refuse
+    echo "rm -f $agent/install.journal" >/case/fail_once
     echo "$number" >/case/fail_at
     echo "$1" >/case/fail_how
     install_new
-    expect_text status 1 "$status"
     expect_identity
     if [ "$number" -eq 0 ]; then
-      # Without a failure: the way back begins after the last try.
+      # Without another failure: the way back begins when the new agent has been seen to run.
+      expect_text status 1 "$status"
       expect_old
       last=$(wc -l </case/calls)
-      first=$(grep -n '^mv -f .*old ' /case/calls | sed -n '1s/:.*//p')
-      number=$((first - 1))
+      first=$(grep -n -m 1 "^rm -f $agent/install.journal" /case/calls | sed 's/:.*//')
+      number=$first
       [ $((last - first)) -ge 12 ] || wrong "the way back has too few calls"
     else
       failed=$(sed -n "${number}p" /case/calls)
       current="the failure ($1) of call $number on the way back, $failed"
-      "$2" "$failed"
+      expect_text status "$2" "$status"
+      "$3" "$failed"
     fi
     number=$((number + 1))
     [ "$number" -le "$last" ] || break
@@ -566,7 +573,7 @@ old_as_far_as_it_goes() {
 }
 
 test_a_failure_on_the_way_back_does_not_end_it() {
-  each_failure_on_the_way_back before old_as_far_as_it_goes
+  each_failure_on_the_way_back before 1 old_as_far_as_it_goes
 }
 
 old_again() {
@@ -575,24 +582,210 @@ old_again() {
 }
 
 test_a_signal_on_the_way_back_does_not_end_it() {
-  each_failure_on_the_way_back terminate old_again
+  each_failure_on_the_way_back terminate 1 old_again
 }
 
-new_after_another_run() {
+# A second run fails, too, when its first new file is in place, and a third one does not.
+a_failing_run() {
+  rm -f /case/fail_at /case/fail_how
+  echo "mv -f $plist.new $plist" >/case/fail_once
+  install_new
+  expect_text "status of the second run" 1 "$status"
+  expect_nothing_left_over
+}
+a_good_run() {
+  install_new
+  expect_text "status of the last run" 0 "$status"
+  expect_new
+  expect_nothing_left_over
+}
+
+# The files are all there after a power failure, and what was last seen to work is never lost.
+old_until_the_new_is_proved() {
   expect_identity
   grep -qE '^(old|new) agent$' "$agent/msp-agent" || wrong "there is no program"
   [ -s "$plist" ] || wrong "there is no property list"
   [ -s "$agent/default_api.txt" ] || wrong "there is no address"
-  rm -f /case/fail_at
-  install_new
-  expect_text "status of the second run" 0 "$status"
-  expect_new
+  a_failing_run
+  case $1 in
+    "rm -f $agent/msp-agent.old "*) expect_new ;; # the last step
+    *) expect_old ;;
+  esac
   expect_identity
-  expect_nothing_left_over
+  a_good_run
+  expect_identity
 }
 
-test_after_a_power_failure_at_any_step_it_can_be_run_again() {
-  each_failure kill old_agent new_after_another_run
+test_after_a_power_failure_at_any_step_it_goes_back_to_what_worked() {
+  each_failure kill old_agent old_until_the_new_is_proved
+}
+
+test_after_a_power_failure_on_the_way_back_it_goes_back_again() {
+  each_failure_on_the_way_back kill 137 old_until_the_new_is_proved
+}
+
+nothing_until_the_new_is_proved() {
+  # As after the start of the Mac: launchd takes what is there.
+  if [ -e $plist ] && [ -e $agent/msp-agent ] && [ ! -e /case/job ]; then
+    mkdir /case/job
+    echo "new agent" >/case/job/program
+    echo 300 >/case/job/pid
+    : >/case/job/plist
+  fi
+  a_failing_run
+  case $1 in
+    "rm -f $agent/msp-agent.old "*) expect_new ;;
+    *)
+      expect_none /case/job
+      expect_none $agent
+      expect_none $plist
+      ;;
+  esac
+}
+
+test_after_a_power_failure_a_first_installation_that_fails_leaves_nothing() {
+  each_failure kill true nothing_until_the_new_is_proved
+}
+
+# killed_at CALL: an installation that is killed there.
+killed_at() {
+  echo "$1" >/case/fail_once
+  echo kill >/case/fail_how
+  install_new
+  expect_text "status of the one that was killed" 137 "$status"
+  rm /case/fail_how
+}
+
+test_the_address_of_an_interrupted_first_installation_does_not_count() {
+  new_mac
+  killed_at "launchctl bootstrap system $plist"
+  expect_file $agent/default_api.txt "https://new.example/api"
+  run /case/new/install.sh
+  expect_text status 1 "$status"
+  expect_file /case/output "install.sh: the last installation was interrupted: its files make room for the old ones
+install.sh: the server's address is needed. usage: install.sh [--check] [--program FILE] [ADDRESS]
+install.sh: it failed: going back
+install.sh: nothing was installed"
+  expect_none $agent
+  expect_none $plist
+}
+
+test_an_interrupted_installation_remembers_that_the_agent_was_disabled() {
+  new_mac
+  old_agent
+  rm -r /case/job
+  touch /case/disabled
+  killed_at "launchctl bootstrap system $plist"
+  expect_none /case/disabled
+  a_failing_run
+  expect_none /case/job
+  expect_file $agent/msp-agent "old agent"
+  [ -e /case/disabled ] || wrong "the old agent is no longer disabled"
+  a_good_run
+}
+
+test_a_journal_that_cannot_be_read_stops_the_installation() {
+  local content
+  for content in "" "yes no present"; do
+    new_mac
+    old_agent
+    echo "$content" >$agent/install.journal
+    echo "older agent" >$agent/msp-agent.old
+    install_new
+    expect_text status 1 "$status"
+    expect_file /case/output "install.sh: /opt/msp-agent/install.journal cannot be read: see whether each FILE.old is\
+ there, then remove it"
+    expect_old
+    expect_file $agent/install.journal "$content"
+    expect_file $agent/msp-agent.old "older agent"
+  done
+}
+
+test_a_first_installation_that_does_not_stay_up_leaves_only_its_words() {
+  new_mac
+  echo "new agent" >/case/crash
+  printf 'one\ntwo\nthree\nfour\nfive\nsix\n' >/case/printed
+  install_new
+  expect_text status 1 "$status"
+  expect_none $agent
+  expect_none $plist
+  expect_none /case/job
+  expect_file /case/output "install.sh: the agent does not stay up: last exit code = 1
+install.sh: it failed: going back
+install.sh: the end of /opt/msp-agent/output.log:
+two
+three
+four
+five
+six
+install.sh: nothing was installed"
+}
+
+test_a_first_installation_that_fails_leaves_what_was_there() {
+  new_mac
+  mkdir $agent
+  echo '{"agent_id": "9"}' >$agent/config.ini
+  echo "an old line" >$agent/logfile.log
+  identity=$(identity_now)
+  echo "new agent" >/case/crash
+  install_new
+  expect_text status 1 "$status"
+  expect_identity
+  expect_text "what is left" "config.ini
+logfile.log" "$(ls -A $agent)"
+}
+
+# modes_of NAME...: of files in the agent's folder, with what was given to root among them.
+modes_of() {
+  local name
+  for name in "$@"; do
+    printf '%s %s %s, ' "$name" "$(stat -c %a "$agent/$name")" \
+      "$(grep -qxE "$agent/$name(.new)?" /case/given_to_root && echo root)"
+  done
+}
+
+test_files_that_others_could_write_to_are_root_s_alone_afterwards() {
+  local address mode
+  for address in "" "https://new.example/api"; do
+    for mode in 777 775 700; do
+      current="with the address \"$address\" and mode $mode"
+      new_mac
+      old_agent
+      echo "do it" >$agent/macupgrade.sh
+      echo "a word" >$agent/output.log
+      chmod "$mode" $agent/macupgrade.sh
+      chmod 666 $agent/default_api.txt $agent/output.log
+      chmod 700 $agent/msp-agent
+      # New files inherit the folder's.
+      printf '%s\n' $agent $agent/{macupgrade.sh,output.log,{msp-agent,default_api.txt}.new} $plist.new >/case/acl
+      run /case/new/install.sh ${address:+"$address"}
+      expect_text status 0 "$status"
+      runs "new agent"
+      case $mode in
+        700) ;;
+        *) mode=755 ;;
+      esac
+      expect_text "whose they are" \
+        "msp-agent 755 root, default_api.txt 644 root, output.log 600 root, macupgrade.sh $mode root, " \
+        "$(modes_of msp-agent default_api.txt output.log macupgrade.sh)"
+      expect_text "the access control lists" "" "$(</case/acl)"
+      expect_file $agent/macupgrade.sh "do it"
+      expect_file $agent/output.log "a word"
+      expect_file $agent/default_api.txt "${address:-https://old.example/}"
+      expect_identity
+    done
+  done
+}
+
+test_output_that_goes_elsewhere_goes_there() {
+  new_mac
+  old_agent
+  echo mine >/case/elsewhere
+  chmod 664 /case/elsewhere
+  ln -s /case/elsewhere $agent/output.log
+  install_new
+  expect_text status 0 "$status"
+  expect_text "the mode" 664 "$(stat -c %a /case/elsewhere)"
 }
 
 removed() {
@@ -657,6 +850,75 @@ test_an_uninstallation_removes_nothing_while_the_agent_cannot_be_stopped() {
   expect_file $agent/msp-agent "old agent"
   expect_file $plist "old list"
   expect_identity
+}
+
+remove_keeping() { run /case/new/uninstall.sh --keep-identity; }
+remove_all() { run /case/new/uninstall.sh --remove-identity; }
+much_to_remove() {
+  old_agent
+  touch /case/receipt /case/disabled
+  echo "do it" >$agent/macupgrade.sh
+  : >$agent/install.journal
+  echo "older agent" >$agent/msp-agent.old
+}
+removed_or_told() {
+  case $1 in
+    # These are done again, tell of nothing, or leave an empty folder.
+    "launchctl print system/"* | "launchctl bootout"* | sleep* | "pkgutil --pkg-info"* | rmdir*)
+      removed
+      ;;
+    *)
+      expect_text status 1 "$status"
+      expect_text "the last line" "run this again" "$(tail -n 1 /case/output | grep -o 'run this again$')"
+      ;;
+  esac
+}
+kept_and_removed_or_told() {
+  removed_or_told "$1"
+  expect_identity
+  rm -f /case/fail_at
+  remove_keeping
+  removed
+  expect_identity
+  expect_text "what is left" "config.ini" "$(ls -A $agent)"
+  expect_none /case/disabled
+}
+all_removed_or_told() {
+  removed_or_told "$1"
+  # The last thing that goes.
+  if [ "$status" -ne 0 ]; then expect_identity; fi
+  rm -f /case/fail_at
+  remove_all
+  removed
+  expect_none $agent
+  expect_none /case/disabled
+}
+
+test_a_failure_at_any_step_of_an_uninstallation_is_told_and_keeps_the_identity() {
+  each_failure_of remove_keeping before much_to_remove kept_and_removed_or_told
+  [ "$number" -gt 12 ] || wrong "there were only $number calls"
+  each_failure_of remove_keeping after much_to_remove kept_and_removed_or_told
+}
+
+test_a_failure_at_any_step_of_an_uninstallation_with_the_identity_is_told() {
+  each_failure_of remove_all before much_to_remove all_removed_or_told
+}
+
+test_an_uninstallation_leaves_the_agent_neither_disabled_nor_enabled() {
+  new_mac
+  old_agent
+  rm -r /case/job
+  touch /case/disabled
+  remove_keeping
+  removed
+  expect_none /case/disabled
+
+  new_mac
+  old_agent
+  remove_keeping
+  removed
+  # That would leave a note of its own.
+  expect_text "what launchd was told" "" "$(grep "^launchctl enable" /case/calls || true)"
 }
 
 test_an_uninstallation_can_be_run_twice_and_forgets_the_receipt() {
@@ -755,8 +1017,16 @@ test_a_package_refuses_what_it_cannot_install() {
     expect_text output "$text" "$(cat /case/output)"
     expect_none $agent
   done <<'ROWS'
-others may write the address|chmod 666 /case/downloads/api_address.txt|/case/downloads/api_address.txt may be written by others than the package's owner, and is not used
-the address is a link|mv /case/downloads/api_address.txt /case/x; ln -s ../x /case/downloads/api_address.txt|/case/downloads/api_address.txt may be written by others than the package's owner, and is not used
+everybody may write the address|chmod 646 /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the group may write the address|chmod 664 /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is not root's|touch /case/foreign|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is a link|mv /case/downloads/api_address.txt /case/x; ln -s ../x /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is a link to nothing|ln -sf ../none /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is a folder|rm /case/downloads/api_address.txt; mkdir /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is a pipe|rm /case/downloads/api_address.txt; mkfifo /case/downloads/api_address.txt|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is another file once it is open|echo "https://other.example/" >/case/swapped|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the address is a link once it is open|cp /case/downloads/api_address.txt /case/x; ln -s /case/x /case/swapped|/case/downloads/api_address.txt is not used: it has to be a file, and no link, of root's that nobody else may write to
+the managed preferences name no address|mkdir "/Library/Managed Preferences"; : >"/Library/Managed Preferences/$label.plist"|the managed preferences have no APIAddress that could be read: /Library/Managed Preferences/org.msp-agent.agent.plist
 no address|rm /case/downloads/api_address.txt|install.sh: the server's address is needed. usage: install.sh [--check] [--program FILE] [ADDRESS]
 an address of no use|echo elsewhere >/case/downloads/api_address.txt|install.sh: this is no http or https address: elsewhere
 macOS is too old|echo 10.15 >/case/version|install.sh: macOS 11 or later is needed, this is 10.15
@@ -767,6 +1037,22 @@ ROWS
   expect_file /case/output "the agent can only be installed on the volume that this Mac runs from"
 }
 
+# Both of the package's scripts, as the installer runs them.
+install_package() {
+  installer preinstall
+  [ "$status" -ne 0 ] || installer postinstall
+}
+packaged_upgrade() {
+  old_agent
+  packaged
+  echo "https://new.example/api" >/case/downloads/api_address.txt
+}
+
+test_a_failure_at_any_step_of_a_package_leaves_the_old_agent_running() {
+  each_failure_of install_package before packaged_upgrade old_or_new
+  expect_new
+  [ "$number" -gt 40 ] || wrong "there were only $number calls"
+}
 build() { # OUTPUT FOLDER
   umask "$2"
   TZ=$3 "$packaging/build-pkg" --program /case/new/msp-agent --output "$1" >/case/output
