@@ -68,6 +68,7 @@ export PATH=/usr/bin:/usr/sbin
 label=org.msp-agent.agent
 agent=/opt/msp-agent
 plist=/Library/LaunchDaemons/$label.plist
+new_checksum=$(echo "new agent" | sha256sum | cut -d' ' -f1)
 
 wrong() {
   echo "packaging_test: in ${current:-?}: $*" >&2
@@ -80,7 +81,7 @@ wrong() {
 expect_text() { # WHAT EXPECTED ACTUAL
   [ "$2" = "$3" ] || wrong "$1: expected \"$2\", found \"$3\""
 }
-expect_file() { expect_text "$1" "$2" "$(cat "$1" 2>&1)"; }
+expect_file() { expect_text "$1" "$2" "$(<"$1")"; }
 expect_none() { [[ ! -e $1 && ! -L $1 ]] || wrong "there is $1"; }
 
 # A Mac without an agent, and a new agent to be installed on it.
@@ -96,7 +97,7 @@ new_mac() {
   echo 11.0 >/case/version
   cp "$packaging/install.sh" "$packaging/uninstall.sh" "$packaging/$label.plist" /case/new
   echo "new agent" >/case/new/msp-agent
-  (cd /case/new && sha256sum msp-agent >msp-agent.sha256)
+  echo "$new_checksum  msp-agent" >/case/new/msp-agent.sha256
 }
 
 # The same with an agent that runs and has registered.
@@ -129,7 +130,7 @@ install_new() { run /case/new/install.sh "https://new.example/api"; }
 runs() { # WHAT
   [ -d /case/job ] || wrong "launchd has no agent"
   [ ! -e /case/job/leaving ] || wrong "the agent is being ended"
-  expect_text "what runs" "$1" "$(cat /case/job/program)"
+  expect_text "what runs" "$1" "$(</case/job/program)"
 }
 expect_new() {
   runs "new agent"
@@ -145,7 +146,7 @@ expect_old() {
   expect_file $agent/msp-agent "old agent"
   expect_file $agent/default_api.txt "https://old.example/"
   expect_file $plist "old list"
-  expect_text "the old list" "old list" "$(cat /case/job/plist)"
+  expect_text "the old list" "old list" "$(</case/job/plist)"
 }
 expect_nothing_left_over() {
   local file

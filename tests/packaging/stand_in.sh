@@ -28,7 +28,8 @@ echo "${line% }" >>calls
 how=
 if [ -e fail_at ]; then
   mapfile -t calls <calls
-  [ "${#calls[@]}" != "$(<fail_at)" ] || how=$(<fail_how)
+  read -r number <fail_at
+  [ "${#calls[@]}" != "$number" ] || how=$(<fail_how)
 fi
 if [ -e fail_once ] && [ "${line% }" = "$(<fail_once)" ]; then
   rm fail_once
@@ -41,7 +42,7 @@ case $how in
   terminate) kill -TERM "$(<script)" ;;
 esac
 
-# counter FILE: sets value. Like the rest without another process: the tests call thousands of times.
+# counter FILE: sets value. Without another process, like most of this: the tests call it thousands of times.
 counter() {
   value=0
   [ ! -e "$1" ] || read -r value <"$1"
