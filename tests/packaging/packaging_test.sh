@@ -303,6 +303,33 @@ test_it_asks_again_while_launchd_still_holds_the_old_job() {
   expect_text "the tries" 12 "$(grep -c '^launchctl bootstrap' /case/calls)"
 }
 
+test_that_launchd_does_not_answer_is_not_taken_for_an_agent_that_is_gone() {
+  local looks
+  new_mac
+  old_agent
+  echo "launchctl print system/$label" >/case/fail_once
+  install_new
+  expect_text status 1 "$status"
+  expect_old
+  expect_file /case/output "install.sh: launchd does not answer"
+  expect_text "the changes" "" "$(grep -vE '^(sw_vers|find|launchctl print)' /case/calls || true)"
+
+  # The next look is that before it is stopped.
+  new_mac
+  old_agent
+  install_new
+  mapfile -t looks < <(grep -n "^launchctl print system/$label" /case/calls | sed 's/:.*//')
+  new_mac
+  old_agent
+  echo "${looks[1]}" >/case/fail_at
+  echo before >/case/fail_how
+  install_new
+  expect_text status 0 "$status"
+  expect_new
+  expect_text "the first thing launchd was told" "launchctl bootout system/$label" \
+    "$(grep -m 1 -E '^(mv .*agent.new|launchctl boot)' /case/calls)"
+}
+
 test_an_agent_that_cannot_be_stopped_stays() {
   new_mac
   old_agent
@@ -573,11 +600,15 @@ old_as_far_as_it_goes() {
       expect_file $agent/msp-agent.old "old agent"
       expect_file $plist "old list"
       expect_file $agent/default_api.txt "https://old.example/"
+      a_failing_run # which has still to go back
+      expect_old
       ;;
     "mv -f "*)
       runs "old agent"
       expect_file $agent/msp-agent "old agent"
       [ -s "${words[2]}" ] || wrong "the old ${words[3]} is lost"
+      a_failing_run
+      expect_old
       ;;
     *) expect_old ;;
   esac
