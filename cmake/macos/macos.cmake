@@ -16,9 +16,9 @@ set(CMAKE_CXX_COMPILER ${_tool}-c++)
 set(CMAKE_AR ${_tool}-ar)
 set(CMAKE_RANLIB ${_tool}-ranlib)
 
-set(_frameworks "'-F${MACOS_SYSROOT}/System/Library/Frameworks'")
+set(_frameworks "-F\"${MACOS_SYSROOT}/System/Library/Frameworks\"")
 # The same file from every folder it is built in; the compiler would add debug information unasked.
-set(_anywhere "-g0 '-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.' '-ffile-prefix-map=${MACOS_SYSROOT}=/'")
+set(_anywhere "-g0 -ffile-prefix-map=\"${CMAKE_SOURCE_DIR}\"=. -ffile-prefix-map=\"${MACOS_SYSROOT}\"=/")
 set(CMAKE_C_FLAGS_INIT "${_frameworks} ${_anywhere}")
 set(CMAKE_CXX_FLAGS_INIT "${_frameworks} ${_anywhere}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT ${_frameworks})
