@@ -85,6 +85,39 @@ TEST(MainQueue, keepsItsTimesWhenTheSystemGivesNoDescriptors) {
   EXPECT_EQ(runUntilEnough(*queue, order), (std::vector<std::string>{"first", "last"}));
 }
 
+TEST(MainQueue, keepsItsTimesWhenTheSystemGivesADescriptorToSomeOnly) {
+  for (const bool firstHasOne : {true, false}) {
+    const auto queue = makeMainQueue();
+    std::vector<std::string> order;
+    const auto first = [&] {
+      queue->runAfter(0.01, [&] {
+        order.emplace_back("first");
+        throw Enough();
+      });
+    };
+    const auto last = [&] { queue->runAfter(3600, [&] { order.emplace_back("last"); }); };
+    if (firstHasOne) first();
+    const bool arranged = test::runWithoutWakeDescriptors([&] {
+      if (firstHasOne) {
+        last();
+      } else {
+        first();
+      }
+    });
+    if (!firstHasOne) last();
+    if (!arranged) GTEST_SKIP() << "this system cannot refuse descriptors to one thread";
+    EXPECT_EQ(runUntilEnough(*queue, order), std::vector<std::string>{"first"}) << firstHasOne;
+  }
+}
+
+TEST(MainQueue, holdsUpNoDelayWhileThereIsAlwaysWork) {
+  const auto queue = makeMainQueue();
+  std::function<void()> always = [&] { queue->runAfter(0, always); };
+  queue->runAfter(0, always);
+  queue->runAfter(0.01, [] { throw Enough(); });
+  EXPECT_THROW(queue->run(), Enough);
+}
+
 TEST(MainQueue, goesOnWithWorkThatArmsItselfAgain) {
   const auto queue = makeMainQueue();
   int runs = 0;

@@ -7,6 +7,7 @@
 #include <sys/epoll.h>
 #include <sys/event.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysctl.h>
@@ -17,7 +18,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 #include "platform/descriptors.h"
@@ -141,3 +144,17 @@ int kevent(int queue, const struct kevent* changes, int changeCount, struct keve
   const bool closesOnExec = (fcntl(queue, F_GETFD) & FD_CLOEXEC) != 0;
   return dup3(event.number(), queue, closesOnExec ? O_CLOEXEC : 0) < 0 ? -1 : 0;
 }
+
+// NOLINTBEGIN(readability-identifier-naming): names that the linker chooses
+/// A Mac's kernel event queues know no requests, FIONBIO neither. Here they are timers and the like.
+extern "C" int __real_ioctl(int descriptor, unsigned long request, ...);
+extern "C" int __wrap_ioctl(int descriptor, unsigned long request, void* argument) {
+  if (request == FIONBIO) {
+    const auto link = "/proc/self/fd/" + std::to_string(descriptor);
+    std::error_code error;
+    if (std::filesystem::read_symlink(link, error).string().starts_with("anon_inode:"))
+      return failWith(ENOTTY);
+  }
+  return __real_ioctl(descriptor, request, argument);
+}
+// NOLINTEND(readability-identifier-naming)
