@@ -293,11 +293,17 @@ progress=checking # then: staging, replacing, installed
 put_back() {
   local whole=yes
   # Undone as far as it goes: one step that fails is no reason to leave out the others.
-  stop_agent || complain "launchd does not let go of the new agent"
+  stop_agent || {
+    complain "launchd does not let go of the new agent"
+    # Where an agent ran, the look whether one runs tells more.
+    [ "$was_loaded" = yes ] || whole=no
+  }
   show_output
   restore_files || whole=no
   [ "$was_disabled" = no ] || launchctl disable "system/$label" || complain "the agent is no longer disabled"
-  if [ "$was_loaded" = no ]; then
+  if [ "$was_loaded" = no ] && [ "$whole" = no ]; then
+    complain "not everything could be undone: look at the lines above, then run this script again"
+  elif [ "$was_loaded" = no ]; then
     complain "nothing was installed"
   elif start_agent || is_up; then
     complain "the old agent runs again"

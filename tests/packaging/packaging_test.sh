@@ -10,7 +10,7 @@ folder=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 packaging=$(cd "$folder/../../packaging/macos" && pwd)
 
 stood_in=(cat chmod chown defaults find launchctl ln ls mkdir mv pkgutil rm rmdir shasum sleep stat sw_vers sync
-  tail uname codesign pkgbuild productbuild xcrun)
+  tail uname codesign lipo pkgbuild productbuild xcrun)
 
 # Everything of / but what the scripts write to; then the stand-ins.
 build_root() {
@@ -95,6 +95,7 @@ new_mac() {
   : >/case/acl
   : >/case/printed
   echo 11.0 >/case/version
+  printf 'x86_64\narm64\n' >/case/architectures
   cp "$packaging/install.sh" "$packaging/uninstall.sh" "$packaging/$label.plist" /case/new
   echo "new agent" >/case/new/msp-agent
   echo "$new_checksum  msp-agent" >/case/new/msp-agent.sha256
@@ -777,6 +778,66 @@ test_a_first_installation_that_fails_leaves_what_was_there() {
 logfile.log" "$(ls -A $agent)"
 }
 
+not_undone="install.sh: not everything could be undone: look at the lines above, then run this script again"
+
+test_an_old_agent_that_did_not_run_and_is_not_put_back_is_told() {
+  new_mac
+  old_agent
+  rm -r /case/job
+  echo "new agent" >/case/refuse
+  echo "mv -f $agent/msp-agent.old $agent/msp-agent" >/case/fail_once
+  install_new
+  expect_text status 1 "$status"
+  expect_file /case/output "install.sh: launchd does not take the agent: Bootstrap failed: 5: Input/output error
+install.sh: it failed: going back
+install.sh: the old $agent/msp-agent could not be put back: it is $agent/msp-agent.old
+$not_undone"
+  expect_file $agent/msp-agent.old "old agent"
+  expect_file $plist "old list"
+  a_failing_run # which has still to go back
+  expect_text "the last line of the second run" "install.sh: nothing was installed" "$(tail -n 1 /case/output)"
+  expect_none /case/job
+  expect_file $agent/msp-agent "old agent"
+  expect_identity
+}
+
+test_a_first_installation_that_cannot_be_taken_away_is_told() {
+  new_mac
+  echo "new agent" >/case/refuse
+  echo "rm -f $agent/msp-agent" >/case/fail_once
+  install_new
+  expect_text status 1 "$status"
+  expect_file /case/output "install.sh: launchd does not take the agent: Bootstrap failed: 5: Input/output error
+install.sh: it failed: going back
+$not_undone"
+  expect_file $agent/msp-agent "new agent"
+  expect_none $plist
+  a_failing_run
+  expect_text "the last line of the second run" "install.sh: nothing was installed" "$(tail -n 1 /case/output)"
+  expect_none $agent
+}
+
+test_a_first_installation_whose_agent_cannot_be_stopped_is_told() {
+  new_mac
+  echo "new agent" >/case/crash
+  echo 1000000 >/case/linger
+  install_new
+  expect_text status 1 "$status"
+  expect_file /case/output "install.sh: the agent does not stay up: last exit code = 1
+install.sh: it failed: going back
+install.sh: launchd does not let go of the new agent
+$not_undone"
+  expect_none $agent/msp-agent
+  expect_none $plist
+  # Until launchd has let go of it, as after a restart.
+  rm -r /case/job
+  rm /case/linger
+  a_failing_run
+  expect_text "the last line of the second run" "install.sh: nothing was installed" "$(tail -n 1 /case/output)"
+  expect_none /case/job
+  expect_none $agent
+}
+
 # modes_of NAME...: of files in the agent's folder, with what was given to root among them.
 modes_of() {
   local name
@@ -1144,7 +1205,8 @@ postinstall
 preinstall
 uninstall.sh"
   # The folder's name is another one each time. The checksum comes after the signature, which changes the file.
-  expect_text "the order" "codesign --force --options runtime --timestamp --identifier org.msp-agent.agent\
+  expect_text "the order" "lipo /case/new/msp-agent -verify_arch arm64 x86_64
+codesign --force --options runtime --timestamp --identifier org.msp-agent.agent\
  --sign Program (A) WORK/scripts/msp-agent
 shasum -a 256 msp-agent
 pkgbuild --quiet --root WORK/payload --scripts WORK/scripts --identifier org.msp-agent.agent\
@@ -1153,7 +1215,7 @@ productbuild --quiet --distribution $packaging/package/distribution.xml --packag
  --identifier org.msp-agent.agent --version $version --sign Package (A) --timestamp WORK/product.pkg
 xcrun notarytool submit --wait --keychain-profile admin WORK/product.pkg
 xcrun stapler staple WORK/product.pkg" \
-    "$(grep -E '^(codesign|shasum|pkgbuild|productbuild|xcrun)' /case/calls |
+    "$(grep -E '^(lipo|codesign|shasum|pkgbuild|productbuild|xcrun)' /case/calls |
       sed 's,/[^ ]*/msp-agent-package\.[^/ ]*,WORK,g')"
 }
 
@@ -1162,6 +1224,20 @@ test_on_a_mac_a_package_need_not_be_signed() {
   on_a_mac
   expect_text status 0 "$status"
   expect_text "the signatures" "" "$(grep -E '^(codesign|xcrun)|--sign' /case/calls || true)"
+}
+
+test_on_a_mac_a_program_of_one_architecture_is_not_packed() {
+  local architecture
+  for architecture in arm64 x86_64; do
+    current="a program for $architecture"
+    new_mac
+    echo "$architecture" >/case/architectures
+    on_a_mac --sign-program A --sign B --notarize admin
+    expect_text status 1 "$status"
+    expect_file /case/output "build-pkg: this is no executable for both arm64 and x86_64: /case/new/msp-agent"
+    expect_text "what is there" "" "$(ls -A /case/out)"
+    expect_text "what was signed or packed" "" "$(grep -E '^(codesign|pkgbuild|productbuild|xcrun)' /case/calls || true)"
+  done
 }
 
 test_on_a_mac_a_package_that_is_not_notarised_is_not_left() {

@@ -17,6 +17,7 @@
 #   acl                      the files and folders with an access control list, one line each
 #   printed                  what the agent prints when it starts
 #   unsigned                 exists when there is no notarisation to staple
+#   architectures            those of the executable that is to be packed
 set -euo pipefail
 PATH=/usr/bin
 name=${0##*/}
@@ -166,6 +167,14 @@ case $name in
     [ "$1" != --forget ] || rm receipt
     ;;
   uname) echo Darwin ;;
+  lipo)
+    # lipo FILE -verify_arch ARCHITECTURES...: says nothing, only its status does.
+    [ "$2" = -verify_arch ] || exit
+    shift 2
+    for architecture in "$@"; do
+      grep -qxF -e "$architecture" architectures || exit
+    done
+    ;;
   codesign) echo signed >>"${!#}" ;;
   pkgbuild | productbuild)
     # The scripts that a package is given.
