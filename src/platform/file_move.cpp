@@ -17,14 +17,17 @@ namespace {
 
 constexpr int kCannot = ENOTSUP;
 
+/// Two numbers on a Mac, one on Linux.
+bool isUnsupported(int error) { return error == ENOTSUP || error == EOPNOTSUPP; }
+
 /// 0, or the errno(3) value; kCannot where the file system knows no way.
 int giveName(TemporaryFile& file, const std::string& destination, const ExclusiveNaming& naming) {
   const int renamed = naming.rename(file.path(), destination);
   if (renamed == 0) file.release();
-  if (renamed != ENOTSUP) return renamed;
+  if (!isUnsupported(renamed)) return renamed;
   // Like that rename, this fails when something is there. The temporary name goes with its owner.
   const int linked = naming.link(file.path(), destination);
-  return linked == EPERM || linked == ENOSYS ? kCannot : linked;
+  return linked == EPERM || linked == ENOSYS || isUnsupported(linked) ? kCannot : linked;
 }
 
 bool isTaken(const std::string& path) {

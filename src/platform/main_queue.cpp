@@ -47,7 +47,6 @@ class AsioMainQueue : public MainQueue {
   }
 
   void run() override {
-    const auto keepRunning = asio::make_work_guard(context_);
     while (true) {
       const bool hasRun = context_.poll_one() > 0;
       if (!wakeTimers_.empty()) {
@@ -101,6 +100,8 @@ class AsioMainQueue : public MainQueue {
   }
 
   asio::io_context context_{1};
+  // Without work of its own it is no more finished than this queue is.
+  asio::executor_work_guard<asio::io_context::executor_type> neverFinished_{context_.get_executor()};
   // Never armed. With the first timer the library opens descriptors of its own, and later there may be none.
   asio::steady_timer first_{context_};
   std::multimap<Clock::time_point, WakeTimer> wakeTimers_;

@@ -19,8 +19,8 @@ struct PropertyListDate {
 /// are dates that the system's reader cannot express. Text is well-formed UTF-8.
 using PropertyListDictionary = std::map<std::string, std::variant<std::string, PropertyListDate>>;
 
-/// Reads a property list, XML or binary, whose top level is an array of dictionaries. Nothing when it does
-/// not parse or has another shape. Safe on any thread.
+/// Reads a property list, XML or binary, whose top level is an array of dictionaries (a Mac reads the old
+/// text format as well). Nothing when it does not parse or has another shape. Safe on any thread.
 std::optional<std::vector<PropertyListDictionary>> parsePropertyListDictionaries(std::string_view bytes);
 
 }  // namespace msp
